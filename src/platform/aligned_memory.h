@@ -34,4 +34,14 @@ AlignedArray<T> makeAlignedArray(std::size_t count) {
     return AlignedArray<T>(static_cast<T*>(block));
 }
 
+template <typename T>
+using AlignedPointer = std::unique_ptr<T, AlignedDelete>;
+
+/// One owned object whose contents are undefined.
+/// @throws std::bad_alloc if memory is short
+template <typename T>
+AlignedPointer<T> makeAligned() {
+    return AlignedPointer<T>(makeAlignedArray<T>(1).release());
+}
+
 }  // namespace hxr::platform

@@ -1,0 +1,308 @@
+/**
+ * hxr_api: the driver of the HXR multi-channel, phase-coherent RF receiver.
+ *
+ * A unit has four RF channels, 100 kHz to 20 GHz, and is reached over UDP. Up to four units can be tied into a group
+ * that acts as one instrument. An application connects to a unit, gets a handle, and uses the handle in every call:
+ *
+ *     int handle;
+ *     HXRStatus status = hxrConnectDevice(&handle, "192.168.2.2", "192.168.2.10", 5000);
+ *     if (status < 0) puts(hxrGetErrorString(status));
+ *     ...
+ *     hxrCloseDevice(handle);
+ *
+ * Status. Every entry returns an HXRStatus unless it says otherwise. Zero is success; a negative value is an error,
+ * and nothing was done or the operation stopped; a positive value is a warning, and the operation completed. Arguments
+ * are checked in this order: the handle, pointers, values. What is refused changes nothing.
+ *
+ * Threads. Every entry runs on the caller's thread. Entries that open and close (hxrConnectDevice, hxrPairDevice,
+ * hxrCloseDevice) must not overlap any other entry; the other entries may be called for different handles at the same
+ * time, and for one handle by one thread at a time unless an entry says otherwise.
+ *
+ * Languages. The header compiles as C11 with the plain entries, and as C++20 with all of them. Nothing is thrown
+ * across the interface.
+ */
+#ifndef HXR_API_H
+#define HXR_API_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define HXR_API __attribute__((visibility("default")))
+#else
+#define HXR_API
+#endif
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Status
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/** What an entry has to say; hxrGetErrorString gives the text. */
+#ifdef __cplusplus
+enum HXRStatus : int32_t {
+#else
+typedef int32_t HXRStatus;
+enum {
+#endif
+    hxrSweepNotStartedErr = -14,     /**< No sweep was started. */
+    hxrSweepAlreadyStartedErr = -13, /**< A sweep is running on this unit. */
+    hxrADCAlignmentErr = -12,        /**< The unit's converter clocks are not aligned. */
+    hxrMultiReceiverErr = -11,       /**< Not to be done on a member of a group, or the group is full. */
+    hxrDataSyncErr = -10,            /**< The unit's status could not be read, or is none. */
+    hxrFlashIOErr = -9,              /**< Reading or writing the unit's flash failed. */
+    hxrInvalidParameterErr = -8,     /**< A value outside the set that the entry takes. */
+    hxrInvalidConfigurationErr = -7, /**< The present state doesn't allow the operation. */
+    hxrMemoryAllocationErr = -6,     /**< The system has no memory or threads left. */
+    hxrMaxDevicesConnectedErr = -5,  /**< Four units are open already. */
+    hxrInvalidDeviceErr = -4,        /**< The handle belongs to no open unit. */
+    hxrNullPointerErr = -3,          /**< A pointer that is needed is null. */
+    hxrConnectionLostErr = -2,       /**< The unit stopped answering. Only closing and connecting anew helps. */
+    hxrDeviceNotFoundErr = -1,       /**< The link could not be opened. */
+    hxrNoError = 0,                  /**< All is well. */
+    hxrSettingClamped = 1,           /**< The nearest limit was taken in place of the value. */
+    hxrADCOverflow = 2,              /**< An input was driven beyond its converter's range. */
+    hxrUncalData = 3,                /**< Samples may have been lost. */
+    hxrTempDriftWarning = 4,         /**< The unit's temperature has moved since hxrInitiate. */
+    hxrDDRBufferOverflow = 5,        /**< The unit's sample memory overflowed. */
+    hxrCalChecksumFailed = 6         /**< The calibration data fail their checksum; the unit is open and usable. */
+};
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Calibration image
+ *
+ * The factory data of a unit as one flat image of 8 MiB, least significant byte first: the content of the unit's
+ * flash, of the cache files on the host, and of the file that hxrCalLoadFromFile reads. Bytes that were never written
+ * are 0xFF: a 16-bit value of 0xFFFF, a 64-bit value of all ones and a float whose bits are all ones mean "absent".
+ *
+ * Axes: temperature index 0 to 6, nominally -30 to 60 degrees Celsius in steps of 15; channel 0 to 3; attenuator index
+ * 0 to 6 in steps of 5 dB; frequency index k 0 to 513, for a tuned centre frequency of k * 39.0625 - 23.4375 MHz;
+ * response point 0 to 25.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/** Tuning data of the synthesizers: the bytes that a synthesizer reads back after it has tuned itself. */
+typedef struct HXRCBBData {
+    uint8_t reserved[4];
+    uint8_t cbbLowTable[3][5][513];  /**< plane, table, point: 2000 to 4000 MHz in steps of 3.90625 MHz */
+    uint8_t cbbHighTable[3][4][705]; /**< plane, table, point: 5500 to 11000 MHz in steps of 7.8125 MHz */
+    uint8_t unused[0x40000 - 16159];
+} HXRCBBData;
+
+/** The whole calibration image: tuning data, pretest section and chamber section. */
+typedef struct HXRCalData {
+    HXRCBBData cbb;
+
+    /* Pretest section, from 0x040000. */
+    int16_t loftI[4][370];   /**< channel, k - 144: LO feed-through offset of the first rail; the first value is the
+                                  section's presence mark */
+    int16_t loftQ[4][370];   /**< the same for the second rail */
+    float vsgLevel[514][8];  /**< k, attenuator step: generator output level; 1000.0 in the first means no data */
+    float vsgGain[514];      /**< generator I/Q gain ratio */
+    float vsgPhase[514];     /**< generator I/Q phase skew in radians */
+    float vsgOffsetI[514];   /**< generator DC offset, I */
+    float vsgOffsetQ[514];   /**< generator DC offset, Q */
+    uint8_t pretestUnused[0x80000 - 0x47780];
+
+    /* Chamber section, from 0x080000. */
+    uint32_t reserved0[2];
+    uint32_t serialNumber;
+    uint32_t reserved1;
+    uint64_t calDate; /**< date of the calibration; all ones means no chamber data */
+    uint32_t reserved2;
+    uint32_t checksum;
+    uint16_t coarseTuneLog[64];         /**< history of timebase values, oldest first; the first 0xFFFF ends it */
+    uint64_t coarseTuneDate[64];        /**< time of each of these, seconds */
+    int16_t coarseTuneByTemp[7];        /**< temperature: offset of the timebase value */
+    uint8_t reserved3[2];
+    float tempAtIndex[7];               /**< measured temperature of each index, degrees Celsius, rising */
+    uint8_t channelGainCode[4][514];    /**< channel, k: code for the channel's gain register */
+    float gainTable[7][4][7][514];      /**< temperature, channel, attenuator, k: level correction in dB */
+    float fullGridRatio[7][4][514][26]; /**< temperature, channel, k, point: amplitude of the second rail over the first */
+    float fullGridPhase[7][4][514][26]; /**< temperature, channel, k, point: phase of the second rail less the first, radians */
+    float fullGridLevel[7][4][514][26]; /**< temperature, channel, k, point: gain of both rails in dB */
+    float lowGridRatio[7][4][150][26];  /**< as fullGridRatio, for the low path */
+    float lowGridPhase[7][4][150][26];  /**< as fullGridPhase, for the low path */
+    float lowGridLevel[7][4][150][26];  /**< as fullGridLevel, for the low path */
+    float phasePairTable[4][514][2];    /**< channel, k: a pair of phases in radians */
+    uint8_t chamberUnused[0x800000 - 0x66F434];
+} HXRCalData;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Connection and identity
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Connects to a unit and brings it up.
+ *
+ * The first connect of a unit reads its calibration from the unit's flash and keeps a copy on this host; later ones
+ * use the copy as long as it is up to date.
+ *
+ * @param handle      receives 0 to 3, to be used in all other entries
+ * @param hostAddr    IPv4 address of this host's interface to the unit, dotted decimal
+ * @param deviceAddr  IPv4 address of the unit, dotted decimal
+ * @param port        UDP port of the control link at both ends
+ *
+ * @return hxrNoError, or hxrCalChecksumFailed with a usable unit;
+ *         hxrNullPointerErr if a pointer is null; hxrMaxDevicesConnectedErr if four units are open;
+ *         hxrDeviceNotFoundErr if an address is no dotted quad or the link can't be opened;
+ *         hxrConnectionLostErr if the unit doesn't answer, which takes four seconds to tell;
+ *         hxrDataSyncErr if its status is none; hxrADCAlignmentErr if its converter clocks are not aligned;
+ *         hxrMemoryAllocationErr. After an error nothing is left open.
+ */
+HXR_API HXRStatus hxrConnectDevice(int* handle, const char* hostAddr, const char* deviceAddr, uint16_t port);
+
+/**
+ * Connects to a further unit and ties it to the group of which `handle` is the master.
+ *
+ * From then on the master's settings cover the new unit's four channels, which are numbered behind those that the
+ * group had. The new unit has no handle of its own; it is closed with its master.
+ *
+ * @param handle  the master, which must be idle
+ * @return as hxrConnectDevice, and hxrInvalidDeviceErr for a bad handle; hxrMultiReceiverErr if `handle` is itself a
+ *         member of another unit's group or its group has four units; hxrInvalidConfigurationErr if the master is
+ *         initiated. After an error the group is unchanged.
+ */
+HXR_API HXRStatus hxrPairDevice(int handle, const char* hostAddr, const char* deviceAddr, uint16_t port);
+
+/**
+ * Stops whatever runs on a unit or group, closes it and frees its handle. Works also after the link was lost.
+ *
+ * @return hxrInvalidDeviceErr for a bad handle; hxrMultiReceiverErr for a group member that is not the master
+ */
+HXR_API HXRStatus hxrCloseDevice(int handle);
+
+/** Gives the unit's serial number. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrGetSerialNumber(int handle, int* serial);
+
+/**
+ * Gives the unit's firmware versions: `first` and `second` both the first version field, `third` the second.
+ * @return hxrInvalidDeviceErr, hxrNullPointerErr if any pointer is null
+ */
+HXR_API HXRStatus hxrGetFirmwareVersion(int handle, int* first, int* second, int* third);
+
+/**
+ * Gives the date of the calibration in use, its low 32 bits; all ones for a unit without calibration.
+ * @return hxrInvalidDeviceErr, hxrNullPointerErr
+ */
+HXR_API HXRStatus hxrGetCalDate(int handle, uint32_t* date);
+
+/** Gives the number of channels: four for each unit of the group. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrGetChannelCount(int handle, int* count);
+
+/** The version of this library, "1.0.0"; a constant text. */
+HXR_API const char* hxrGetAPIVersion(void);
+
+/** The text of a status, "Unknown error" for a number that is none; a constant text. */
+HXR_API const char* hxrGetErrorString(HXRStatus status);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Health, fan and low power
+ *
+ * Health comes from the unit's status, which is read anew if the last one is older than a second and no sweep is
+ * under way; so polling faster costs nothing and gives the same values.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Gives the supply voltage and the second rail in volts and the FPGA's temperature in degrees Celsius.
+ *
+ * @param supply, rail, temperature  each may be null
+ * @return hxrInvalidDeviceErr; hxrConnectionLostErr, with nothing written
+ */
+HXR_API HXRStatus hxrGetDeviceDiagnostics(int handle, float* supply, float* rail, float* temperature);
+
+/**
+ * Gives eleven health values: supply voltage, second, first and third rail in volts; temperatures of the FPGA, of
+ * sensors C, A and B in degrees Celsius; three readings without a unit.
+ *
+ * @param diagnostics  room for 11 values
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrConnectionLostErr, with the last values written
+ */
+HXR_API HXRStatus hxrGetFullDeviceDiagnostics(int handle, float* diagnostics);
+
+/**
+ * Puts all units of an idle group to rest: synthesizers and generator off. The next hxrInitiate wakes them.
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr if the group is initiated; hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrSetLowPowerState(int handle);
+
+/**
+ * Switches the fan of all units of an idle group: 1 on, anything else off.
+ * @return hxrInvalidDeviceErr; hxrMultiReceiverErr on a group member that is not the master;
+ *         hxrInvalidConfigurationErr if the group is initiated; hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrSetFanEnabled(int handle, unsigned on);
+
+/** Gives 1 if the fan is switched on, else 0. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrGetFanEnabled(int handle, unsigned* on);
+
+/**
+ * Sets the temperature from which the fan of all units of an idle group cools, 5 to 60 degrees Celsius.
+ * @return as hxrSetFanEnabled; hxrSettingClamped if a limit was taken; hxrInvalidParameterErr for a NaN
+ */
+HXR_API HXRStatus hxrSetFanSetPoint(int handle, float degrees);
+
+/** Gives the fan's set point in degrees Celsius. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrGetFanSetPoint(int handle, float* degrees);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: groups
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Writes 1 to `count`, whatever the group's size; hxrGetChannelCount tells the size of a group.
+ * @return hxrInvalidDeviceErr, hxrNullPointerErr
+ */
+HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: calibration images
+ *
+ * They work on any image, of a connected unit or not, keep no state, and may be called from any thread.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/** Nominal temperature in degrees Celsius of a temperature index, which is brought into 0 to 6. */
+HXR_API double hxrCalGetTempFromIndex(int index);
+
+/** Whether the head of the chamber section, up to its checksum, holds anything. False for a null pointer. */
+HXR_API bool hxrCalDoesFlashHeaderExist(const HXRCalData* image);
+
+/** Whether the image has a pretest section. False for a null pointer. */
+HXR_API bool hxrCalHasPretestCorrections(const HXRCalData* image);
+
+/** Whether an image of 8 MiB, given as bytes, has chamber data. False for a null pointer. */
+HXR_API bool hxrCalDoesCorrectionsExist(const uint8_t* image);
+
+/** Whether there is tuning data: some byte that isn't 0xFF. False for a null pointer. */
+HXR_API bool hxrCalDoesCBBDataExist(const HXRCBBData* data);
+
+/** Whether some of the first `count` bytes isn't 0xFF. False for a null pointer and for a count below 1. */
+HXR_API bool hxrCalFlashDataPresent(const uint8_t* data, int count);
+
+/** The image's calibration date, all ones if it has none or the pointer is null. */
+HXR_API uint64_t hxrCalGetCorrectionCalDate(const HXRCalData* image);
+
+/** Turns the image into one that applies no correction. A null pointer does nothing. */
+HXR_API void hxrCalBuildDummyCorrections(HXRCalData* image);
+
+/**
+ * Copies what was calibrated at one temperature index to another; the temperature of the destination becomes that of
+ * the source, moved by 15 degrees for each index between them. The checksum is not made anew.
+ *
+ * @param source, destination  0 to 6; with an index outside, nothing is copied
+ */
+HXR_API void hxrCalPropagateSingleTempCal(HXRCalData& image, int source, int destination);
+
+/**
+ * Reads an image from a file, whatever it holds.
+ *
+ * @return false if a pointer is null, or the file doesn't open or is shorter than 8 MiB; the image may then hold a part
+ */
+HXR_API bool hxrCalLoadFromFile(const char* path, HXRCalData* image);
+#endif
+
+#endif

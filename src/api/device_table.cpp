@@ -1,0 +1,90 @@
+#include "api/device_table.h"
+
+#include <algorithm>
+
+#include "link/win_udp_interface.h"
+
+namespace hxr::api {
+namespace {
+
+constexpr std::size_t mostSlaves = 3;
+constexpr int channelsPerUnit = 4;
+
+}  // namespace
+
+Environment::Environment()
+    : makeEndpoint([](platform::Clock& time) { return std::make_unique<WinUDPInterface>(time); }) {}
+
+HXRDevice* DeviceTable::find(int handle) const {
+    const auto slot = static_cast<unsigned>(handle);
+    return slot < devices_.size() ? devices_[slot].get() : nullptr;
+}
+
+/// The slot that holds `device`, null for an empty one.
+std::unique_ptr<HXRDevice>* DeviceTable::slotOf(const HXRDevice* device) {
+    const auto found = std::find_if(devices_.begin(), devices_.end(),
+                                    [&](const auto& slot) { return slot.get() == device; });
+    return found == devices_.end() ? nullptr : &*found;
+}
+
+HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* deviceAddr,
+                               std::uint16_t port) {
+    if (handle == nullptr || hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
+    std::unique_ptr<HXRDevice>* const slot = slotOf(nullptr);
+    if (slot == nullptr) return hxrMaxDevicesConnectedErr;
+
+    platform::Clock& clock = *environment_.clock;
+    auto link = std::make_unique<DeviceInterface>(
+        environment_.makeEndpoint(clock), environment_.makeEndpoint(clock), environment_.calFolder, clock);
+    if (const HXRStatus failed = link->attach(hostAddr, deviceAddr, port); failed != hxrNoError)
+        return failed;
+
+    auto device = std::make_unique<HXRDevice>(std::move(link), clock);
+    if (const HXRStatus failed = device->open(); failed != hxrNoError) return failed;
+
+    const bool checksumFailed = device->link->calChecksumFailed();
+    *slot = std::move(device);
+    *handle = static_cast<int>(slot - devices_.data());
+    return checksumFailed ? hxrCalChecksumFailed : hxrNoError;
+}
+
+HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char* deviceAddr,
+                            std::uint16_t port) {
+    if (hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
+    // A full group fills the table: there is no slot to open the unit in before it is refused.
+    const bool groupIsFull = master.slaves.size() == mostSlaves;
+    if (groupIsFull && slotOf(nullptr) == nullptr) return hxrMultiReceiverErr;
+
+    int handle = -1;
+    const HXRStatus connected = connect(&handle, hostAddr, deviceAddr, port);
+    if (connected < 0) return connected;
+
+    HXRDevice& unit = *find(handle);
+    const auto refuse = [&](HXRStatus reason) {
+        close(unit);
+        return reason;
+    };
+    if (master.isSlave || unit.isSlave) return refuse(hxrMultiReceiverErr);
+    if (master.initiated || unit.initiated) return refuse(hxrInvalidConfigurationErr);
+    if (groupIsFull) return refuse(hxrMultiReceiverErr);
+
+    master.slaves.push_back(&unit);
+    unit.isSlave = true;
+    master.channelCount = channelsPerUnit * static_cast<int>(groupUnits(master).size());
+    return connected;
+}
+
+HXRStatus DeviceTable::close(HXRDevice& device) {
+    if (device.isSlave) return hxrMultiReceiverErr;
+    const std::vector<HXRDevice*> slaves = device.slaves;
+    for (const HXRDevice* slave : slaves) slotOf(slave)->reset();
+    slotOf(&device)->reset();
+    return hxrNoError;
+}
+
+DeviceTable& deviceTable() {
+    static DeviceTable* const table = std::make_unique<DeviceTable>().release();
+    return *table;
+}
+
+}  // namespace hxr::api

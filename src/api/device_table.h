@@ -1,0 +1,64 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "device/hxr_device.h"
+#include "hxr_api.h"
+#include "link/flash_cache.h"
+#include "link/udp_device.h"
+#include "platform/clock.h"
+
+namespace hxr::api {
+
+/// What the units of this process are opened upon: the machine's, unless a program that links the core puts
+/// its own in their place before the first connect.
+struct Environment {
+    platform::Clock* clock = &platform::systemClock();
+    CalFolder calFolder;
+    std::function<std::unique_ptr<UDPDevice>(platform::Clock&)> makeEndpoint;
+
+    /// Endpoints over the operating system's sockets, and the machine-wide folder.
+    Environment();
+};
+
+/// The open units of this process, by handle. It owns them, members of groups included.
+///
+/// The table has no lock: opening and closing must not overlap anything else.
+class DeviceTable {
+  public:
+    static constexpr int size = 4;
+
+    explicit DeviceTable(Environment environment = {}) : environment_(std::move(environment)) {}
+
+    /// The unit of a handle, null if there is none.
+    HXRDevice* find(int handle) const;
+
+    /// Opens a unit in the lowest empty slot.
+    ///
+    /// @param handle  receives the slot
+    /// @return as `hxrConnectDevice`; after an error the table is as it was
+    HXRStatus connect(int* handle, const char* hostAddr, const char* deviceAddr, std::uint16_t port);
+
+    /// Opens a further unit and ties it to a master.
+    /// @return as `hxrPairDevice`; after an error table and group are as they were
+    HXRStatus pair(HXRDevice& master, const char* hostAddr, const char* deviceAddr, std::uint16_t port);
+
+    /// Closes a unit with its slaves.
+    /// @return `hxrMultiReceiverErr` for a slave, which is closed with its master only
+    HXRStatus close(HXRDevice& device);
+
+  private:
+    std::unique_ptr<HXRDevice>* slotOf(const HXRDevice* device);
+
+    Environment environment_;
+    std::array<std::unique_ptr<HXRDevice>, size> devices_;
+};
+
+/// The table of this process. Units that are left open stay open to the process's end: nothing of the library
+/// runs when it is unloaded.
+DeviceTable& deviceTable();
+
+}  // namespace hxr::api

@@ -1,0 +1,38 @@
+/// What all exported entries share: the handle check, and the wall that no exception passes.
+#pragma once
+
+#include "api/device_table.h"
+#include "hxr_api.h"
+
+namespace hxr::api {
+
+/// Runs the body of an entry. What is thrown inside says that the system has no memory or threads left.
+template <typename Body>
+HXRStatus entry(Body&& body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return hxrMemoryAllocationErr;
+    }
+}
+
+/// Runs the body of an entry with the unit of a handle.
+template <typename Body>
+HXRStatus deviceEntry(int handle, Body&& body) noexcept {
+    return entry([&] {
+        HXRDevice* const device = deviceTable().find(handle);
+        return device == nullptr ? hxrInvalidDeviceErr : body(*device);
+    });
+}
+
+/// An entry that reads one value of a unit into the caller's variable.
+template <typename Value, typename Read>
+HXRStatus readEntry(int handle, Value* out, Read&& read) noexcept {
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        if (out == nullptr) return hxrNullPointerErr;
+        *out = static_cast<Value>(read(device));
+        return hxrNoError;
+    });
+}
+
+}  // namespace hxr::api

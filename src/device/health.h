@@ -1,0 +1,26 @@
+/// A unit's health: the one reader of status records, and the diagnostics made of them.
+#pragma once
+
+#include <span>
+
+#include "device/hxr_device.h"
+#include "hxr_api.h"
+#include "link/status_record.h"
+
+namespace hxr {
+
+inline constexpr std::size_t diagnosticsCount = 11;
+
+/// Takes a status record into the device's last status, in one go. A null record does nothing; one with a
+/// wrong magic sets `dataSyncFault` and leaves all else as it was. May run on any thread.
+void parseStatus(HXRDevice& device, const StatusRecord* record);
+
+/// Gives the health values, from a new status record if the last is older than a second and nobody else owns
+/// the control endpoint.
+///
+/// @param out  supply, `railX2`, `railX1`, `railX5`, temperatures of the FPGA, C, A, B, and the readings Q8,
+/// A, B
+/// @return the link's status; `out` holds the last known values whatever it is
+HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out);
+
+}  // namespace hxr

@@ -1,0 +1,115 @@
+/// What an application has set, in records that an engine copies whole when it is configured.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <complex>
+#include <cstdint>
+#include <numbers>
+#include <string>
+#include <vector>
+
+namespace hxr {
+
+inline constexpr std::size_t mostChannels = 16;
+
+/// One value for each channel of a group.
+template <typename T>
+using PerChannel = std::array<T, mostChannels>;
+
+template <typename T>
+constexpr PerChannel<T> forAllChannels(const T& value) {
+    PerChannel<T> values;
+    values.fill(value);
+    return values;
+}
+
+/// The channels of a group; held by its master.
+struct ChannelSettings {
+    std::int32_t channelCount = 4;   ///< 4 for each unit of the group
+    std::int32_t focusChannel = -1;  ///< the channel that sweeps, -1 for none
+    PerChannel<bool> channelEnabled{};
+    PerChannel<bool> channelShared{};                      ///< the channel uses `sharedFreq`
+    PerChannel<double> channelFreq = forAllChannels(1e9);  ///< Hz
+    PerChannel<double> channelPhaseOffset{};               ///< radians, negated and in 0 to 2 pi
+    PerChannel<double> channelDelay{};                     ///< seconds
+    PerChannel<std::int32_t> vrtStreamId = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    PerChannel<double> streamCorrection = forAllChannels(1.0);  ///< linear factor, written by the stream plan
+    double sharedFreq = 1e9;                                    ///< Hz
+};
+
+/// A tone at 3/16 of the sample rate.
+inline std::vector<std::complex<float>> defaultGeneratorPattern() {
+    std::vector<std::complex<float>> pattern(16);
+    for (std::size_t n = 0; n < pattern.size(); ++n) {
+        pattern[n] =
+            std::complex<float>(std::polar(1.0, 2 * std::numbers::pi * 3 * static_cast<double>(n) / 16));
+    }
+    return pattern;
+}
+
+struct GeneratorSettings {
+    bool vsgEnabled = false;
+    float vsgOutputLevel = 1000.0F;  ///< dBm; 1000.0 means not set
+    std::uint32_t vsgAtten = 8;      ///< four times the attenuator step 0 to 7
+    float vsgScale = 0.5F;           ///< amplitude scale, written by the generator plan
+    std::vector<std::complex<float>> vsgPattern = defaultGeneratorPattern();
+};
+
+struct StreamSettings {
+    bool streamActive = false;        ///< a channel streams
+    std::int32_t streamDataType = 0;  ///< 0 16-bit, 1 float
+    bool streamFullScale = false;     ///< full scale stays at 1.0
+    double streamRefLevel = -20.0;    ///< dBm
+    double streamAtten = 0;           ///< index 0 to 6, -1 automatic
+    std::int32_t decimation = 1;
+    std::int32_t hardwareDecimation = 1;
+    std::int32_t hostDecimation = 1;
+    double streamBandwidth = 4e7;        ///< Hz
+    double hardwareBandwidth = 4e7;      ///< Hz
+    double outputBandwidth = 4e7;        ///< Hz
+    std::int32_t streamTriggerEdge = 0;  ///< 0 rising, 1 falling
+};
+
+struct SweepSettings {
+    bool sweepActive = false;           ///< a focus channel is enabled
+    double sweepRefLevel = -20.0;       ///< dBm
+    double sweepAtten = -1.0;           ///< index 0 to 6, -1 automatic
+    double sweepCenter = 1e10;          ///< Hz
+    double sweepSpan = 1e9;             ///< Hz
+    double sweepRBW = 10000;            ///< Hz
+    double sweepVBW = 10000;            ///< Hz
+    double sweepTime = 0.001;           ///< seconds
+    std::uint32_t sweepDetector = 2;    ///< 0 to 2
+    std::uint32_t sweepVideoUnits = 2;  ///< 0 to 3
+    std::uint32_t sweepScale = 0;       ///< 0 to 2
+    std::uint32_t sweepWindow = 0;      ///< 0 to 2
+};
+
+/// Where a unit sends its samples. Held by each unit of a group; VRT destinations by input, in the first
+/// four.
+struct StreamOutputSettings {
+    bool localStream = true;  ///< samples come to this library, not to VRT addresses
+    std::uint16_t streamPort = 4991;
+    bool vrtContextEnabled = true;
+    std::int32_t vrtContextInterval = 63;
+    std::uint32_t vrtEndianness = 0;  ///< 1 is little-endian
+    PerChannel<std::string> vrtDestAddress = forAllChannels<std::string>("192.168.2.2");
+    PerChannel<std::uint16_t> vrtDestPort = forAllChannels<std::uint16_t>(4991);
+    PerChannel<std::uint64_t> vrtDestMAC{};  ///< 48-bit hardware addresses
+};
+
+/// A unit's timebase and fan.
+struct EnvironmentSettings {
+    bool holdoverValid = false;            ///< a holdover record was found when the unit was opened
+    std::uint64_t holdoverTime = 0;        ///< seconds since 1970 of that record
+    std::uint64_t holdoverCoarseTune = 0;  ///< its value, in the low 16 bits
+    std::uint16_t coarseTune = 0x8000;     ///< timebase value without the part that follows temperature
+    std::uint16_t timebaseDAC = 0x8000;    ///< what the unit is told
+    bool fanEnabled = true;
+    float fanSetPoint = 50.0F;       ///< degrees Celsius
+    std::uint32_t reference = 0;     ///< 0 internal, 1 external
+    bool gpsTimebaseUpdate = false;  ///< the unit may discipline its timebase to GPS
+};
+
+}  // namespace hxr

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "link/status_record.h"
+
+namespace hxr {
+
+/// The unit's last UBX-NAV-PVT message, as it stands in a GPS block.
+class GpsFix {
+  public:
+    explicit GpsFix(std::span<const std::byte, StatusRecord::gpsBlockSize> block) : block_(block) {}
+
+    /// The date and the time of day are known and fully resolved.
+    bool timeIsValid() const;
+
+    /// Seconds since 1970, UTC.
+    std::int64_t time() const;
+
+  private:
+    std::uint8_t u8(std::size_t recordOffset) const;
+    std::uint16_t u16(std::size_t recordOffset) const;
+
+    std::span<const std::byte, StatusRecord::gpsBlockSize> block_;
+};
+
+}  // namespace hxr

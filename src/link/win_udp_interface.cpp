@@ -1,0 +1,297 @@
+#include "link/win_udp_interface.h"
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <span>
+
+namespace hxr {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds sendTimeout{2000};
+
+// Receives that a collect waits for at a time.
+constexpr int collectBatch = 64;
+
+// Datagrams that the mover takes at a time: enough to make the system call cheap, and little enough to be
+// seen by the collector soon.
+constexpr std::size_t moverBatch = 32;
+
+// A buffer's room, brought up to the next 64 bytes so that every buffer starts aligned.
+constexpr std::size_t bufferStride =
+    (receiveRoom + platform::bufferAlignment - 1) / platform::bufferAlignment * platform::bufferAlignment;
+
+std::size_t index(int position) {
+    return static_cast<std::size_t>(position);
+}
+
+/// The words as they go over the wire, least significant byte first.
+std::span<const std::byte> wireForm(const std::uint32_t* words,
+                                    std::span<std::uint32_t, wordsPerPacket> turned) {
+    if constexpr (std::endian::native == std::endian::little) {
+        return std::as_bytes(std::span(words, wordsPerPacket));
+    } else {
+        std::transform(words, words + wordsPerPacket, turned.begin(), [](std::uint32_t word) {
+            return word >> 24 | (word >> 8 & 0xFF00) | (word << 8 & 0xFF0000) | word << 24;
+        });
+        return std::as_bytes(turned);
+    }
+}
+
+}  // namespace
+
+void WinUDPInterface::PostOrder::remove(int slot) {
+    const auto end = slots_.begin() + count_;
+    count_ = static_cast<int>(std::remove(slots_.begin(), end, slot) - slots_.begin());
+}
+
+WinUDPInterface::WinUDPInterface(platform::Clock& clock) : clock_(clock) {
+    closedResult_.timedOut = true;
+}
+
+WinUDPInterface::~WinUDPInterface() {
+    close();
+}
+
+std::shared_ptr<platform::UdpSocket> WinUDPInterface::socketNow() const {
+    const Lock lock(mutex_);
+    return socket_;
+}
+
+bool WinUDPInterface::isOpen() const {
+    return socketNow() != nullptr;
+}
+
+std::string WinUDPInterface::localAddress() const {
+    const Lock lock(mutex_);
+    return localAddress_;
+}
+
+std::string WinUDPInterface::remoteAddress() const {
+    const Lock lock(mutex_);
+    return remoteAddress_;
+}
+
+std::uint16_t WinUDPInterface::localPort() const {
+    const Lock lock(mutex_);
+    return localPort_;
+}
+
+std::uint16_t WinUDPInterface::remotePort() const {
+    const Lock lock(mutex_);
+    return remotePort_;
+}
+
+bool WinUDPInterface::open(const char* localAddress, const char* remoteAddress, std::uint16_t localPort,
+                           std::uint16_t remotePort) {
+    close();
+    auto socket = platform::UdpSocket::open(localAddress, localPort, remoteAddress, remotePort);
+    if (!socket) return false;
+
+    // Memory that nothing is received into is never touched, so most of this block stays with the system.
+    auto buffers =
+        platform::makeAlignedArray<std::byte>(index(slotCount) * index(receivesPerSlot) * bufferStride);
+    std::array<std::unique_ptr<ReceiveSlot>, slotCount> slots;
+    std::byte* next = buffers.get();
+    for (auto& slot : slots) {
+        slot = std::make_unique<ReceiveSlot>();
+        for (std::byte*& buffer : slot->result.buffers) {
+            buffer = next;
+            next += bufferStride;
+        }
+    }
+    std::string local = localAddress;
+    std::string remote = remoteAddress;
+
+    const Lock lock(mutex_);
+    mover_ = platform::Thread("HXR Receive", platform::ThreadPriority::timeCritical,
+                              [this, socket] { moveDatagrams(socket); });
+    socket_ = std::move(socket);
+    buffers_ = std::move(buffers);
+    receiveSlots_ = std::move(slots);
+    localAddress_ = std::move(local);
+    remoteAddress_ = std::move(remote);
+    localPort_ = localPort;
+    remotePort_ = remotePort;
+    return true;
+}
+
+bool WinUDPInterface::close() {
+    {
+        Lock lock(mutex_);
+        closing_ = true;
+        endSocket(lock);
+        collectorsLeft_.wait(lock, [this] { return collecting_ == 0; });
+    }
+    mover_.join();
+
+    const Lock lock(mutex_);
+    for (auto& slot : receiveSlots_) slot.reset();
+    buffers_.reset();
+    localAddress_.clear();
+    remoteAddress_.clear();
+    localPort_ = remotePort_ = 0;
+    closing_ = false;
+    return true;
+}
+
+/// Closes the socket, once, and wakes everybody who waits on it.
+void WinUDPInterface::endSocket(Lock&) {
+    if (!socket_) return;
+    socket_->shutDown();
+    socket_.reset();
+    postOrder_.clear();
+    posted_.notify_all();
+    for (const auto& slot : receiveSlots_) {
+        if (slot) slot->progress.notify_all();
+    }
+}
+
+void WinUDPInterface::send(int slot, const std::uint32_t* words) {
+    SendSlot& state = sendSlots_[index(slot)];
+    if (state.pending != 0) {
+        lost_ = true;
+        return;
+    }
+    if (lost_) return;
+    state.pending = sendBytes;
+    state.datagram = wireForm(words, state.wireWords);
+    const auto socket = socketNow();
+    state.sent = socket && socket->send(state.datagram);
+}
+
+std::size_t WinUDPInterface::waitSend(int slot) {
+    SendSlot& state = sendSlots_[index(slot)];
+    if (state.pending == 0) return 0;
+
+    const auto deadline = steady_clock::now() + clock_.timeout(sendTimeout);
+    while (!state.sent) {
+        const auto socket = socketNow();
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        if (!socket || left <= milliseconds::zero()) {
+            lost_ = true;
+            Lock lock(mutex_);
+            endSocket(lock);
+            break;
+        }
+        socket->waitSendable(left);
+        state.sent = socket->send(state.datagram);
+    }
+    const std::size_t transferred = state.sent ? state.pending : 0;
+    state.pending = 0;
+    return transferred;
+}
+
+void WinUDPInterface::postReceives(int number, int count, unsigned timeoutMs) {
+    Lock lock(mutex_);
+    ReceiveSlot* slot = slotAt(number);
+    if (slot == nullptr) return;
+    takeBack(lock, *slot, number);
+    slot->pendingCount = std::clamp(count, 0, receivesPerSlot);
+    slot->arrived = 0;
+    slot->timeoutMs = timeoutMs;
+    slot->result.count = slot->pendingCount;
+    std::fill_n(slot->result.lengths.begin(), slot->pendingCount, 0U);
+    if (slot->pendingCount == 0 || !socket_) return;
+    postOrder_.append(number);
+    posted_.notify_one();
+}
+
+ReceiveResult* WinUDPInterface::collectReceives(int number) {
+    Lock lock(mutex_);
+    ReceiveSlot* slot = slotAt(number);
+    if (slot == nullptr) return &closedResult_;
+
+    ++collecting_;
+    const auto timeout = clock_.timeout(milliseconds(slot->timeoutMs));
+    for (int batchEnd = 0; batchEnd < slot->pendingCount && socket_;) {
+        batchEnd = std::min(batchEnd + collectBatch, slot->pendingCount);
+        const bool ended = slot->progress.wait_for(lock, timeout, [&] {
+            return slot->arrived >= std::min(batchEnd, slot->pendingCount) || !socket_;
+        });
+        if (!ended) endSocket(lock);
+    }
+    if (slot->arrived < slot->pendingCount) slot->result.timedOut = true;
+    slot->pendingCount = slot->arrived = 0;
+    --collecting_;
+    if (!closing_) return &slot->result;
+    collectorsLeft_.notify_all();
+    return &closedResult_;
+}
+
+int WinUDPInterface::withdrawReceives(int number) {
+    Lock lock(mutex_);
+    ReceiveSlot* slot = slotAt(number);
+    return slot == nullptr ? 0 : takeBack(lock, *slot, number);
+}
+
+/// Takes back what a slot has posted and nothing has arrived for, once the mover's hands are off its buffers.
+int WinUDPInterface::takeBack(Lock& lock, ReceiveSlot& slot, int number) {
+    if (slot.arrived == slot.pendingCount) return 0;
+    ++takingBack_;
+    moverPaused_.wait(lock, [this] { return !moving_; });
+    --takingBack_;
+    posted_.notify_one();
+
+    const int taken = slot.pendingCount - slot.arrived;
+    postOrder_.remove(number);
+    slot.pendingCount = slot.arrived;
+    slot.result.count = slot.arrived;
+    slot.progress.notify_all();
+    return taken;
+}
+
+/// The mover: fills posted buffers with what arrives, in order, until the socket is closed.
+void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket) {
+    std::array<platform::ReceivePlace, moverBatch> places;
+    Lock lock(mutex_);
+    while (true) {
+        posted_.wait(lock, [&] { return socket_ != socket || (!postOrder_.empty() && takingBack_ == 0); });
+        if (socket_ != socket) return;
+        const std::size_t wanted = choosePlaces(places);
+        moving_ = true;
+        lock.unlock();
+        const std::size_t got = socket->receive(std::span(places).first(wanted));
+        lock.lock();
+        moving_ = false;
+        if (takingBack_ != 0) moverPaused_.notify_all();
+        if (socket_ != socket) return;
+        publishArrived(std::span(places).first(got));
+        if (got < wanted) {
+            lock.unlock();
+            socket->waitReceivable();
+            lock.lock();
+        }
+    }
+}
+
+/// The places of the next datagrams: the oldest post's first, then those of the posts behind it.
+std::size_t WinUDPInterface::choosePlaces(std::span<platform::ReceivePlace> places) {
+    std::size_t chosen = 0;
+    for (int position = 0; position < postOrder_.size() && chosen < places.size(); ++position) {
+        const ReceiveSlot& slot = *slotAt(postOrder_[position]);
+        for (int i = slot.arrived; i < slot.pendingCount && chosen < places.size(); ++i) {
+            places[chosen++] = {slot.result.buffers[index(i)], receiveRoom, 0};
+        }
+    }
+    return chosen;
+}
+
+void WinUDPInterface::publishArrived(std::span<const platform::ReceivePlace> places) {
+    for (const platform::ReceivePlace& place : places) {
+        const int number = postOrder_[0];
+        ReceiveSlot& slot = *slotAt(number);
+        slot.result.lengths[index(slot.arrived++)] = static_cast<std::uint32_t>(place.length);
+        if (slot.arrived == slot.pendingCount) {
+            postOrder_.remove(number);
+            slot.progress.notify_all();
+        } else if (slot.arrived % collectBatch == 0) {
+            slot.progress.notify_all();
+        }
+    }
+}
+
+}  // namespace hxr

@@ -1,0 +1,117 @@
+/// The command words: one function for each form, named after what the receiver does on it.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+namespace hxr::words {
+
+using Word = std::uint32_t;
+
+// Sequencer words act in the receiver itself.
+
+/// Padding of a packet and filler behind several words.
+inline constexpr Word noOperation = 0x00000000;
+
+/// The filler that some sequences of peripheral words use in place of `noOperation`.
+inline constexpr Word filler = 0x00000001;
+
+/// Opens a block of `count` register values, 1 to 255, the first of which goes to `address`.
+constexpr Word registerBlock(std::uint32_t count, std::uint16_t address) {
+    return 0x04000000 | (count & 0xFF) << 16 | address;
+}
+
+/// Makes the sequencer wait; `ticks` of 1.016 microseconds each.
+constexpr Word pause(std::uint16_t ticks) {
+    return 0x05000000 | ticks;
+}
+
+/// Ticks of a pause of `microseconds`, saturating at 65535 (66.6 ms).
+constexpr std::uint16_t pauseTicks(double microseconds) {
+    return static_cast<std::uint16_t>(std::min(65535.0, microseconds / 1.016));
+}
+
+/// How the unit's timebase is steered.
+enum class TimebaseMode : std::uint32_t { external = 0, internal = 4, followGps = 8 };
+
+constexpr Word timebase(TimebaseMode mode, std::uint16_t dac) {
+    return 0x0B000000 | static_cast<std::uint32_t>(mode) << 16 | dac;
+}
+
+/// @param setPoint  in the fan controller's own units
+constexpr Word fan(bool on, std::uint16_t setPoint) {
+    return 0x0C000000 | (on ? 0U : 1U) << 16 | setPoint;
+}
+
+/// Ends any stream of samples to the data socket's port.
+constexpr Word streamStop(std::uint16_t dataPort) {
+    return 0x0E000000 | dataPort;
+}
+
+/// Routes channels and sets up the sample path; `setup` is put together by `appendChannelRoute`.
+constexpr Word channelRoute(std::uint16_t setup) {
+    return 0x0F000000 | setup;
+}
+
+/// The route that leads flash pages to the control socket.
+inline constexpr Word flashRoute = channelRoute(0x0100);
+
+/// Causes one status datagram.
+inline constexpr Word statusRequest = 0x11000008;
+
+/// Causes `datagrams` data datagrams from whatever was selected before.
+constexpr Word captureAndSend(std::uint32_t datagrams) {
+    return 0x12000000 | datagrams;
+}
+
+constexpr Word selectFlashPage(std::uint16_t page) {
+    return 0x1E000000 | page;
+}
+
+constexpr Word flashReadMode(bool on) {
+    return 0x1F000000 | (on ? 1U : 0U);
+}
+
+// Peripheral words write a register of a chip in the unit.
+
+/// Chips by the high byte of their words. `lowLo` of channel c is `lowLo` + c.
+enum class Chip : std::uint32_t { lowLo = 0x41, sharedLo = 0x45, generator = 0x47 };
+
+/// The `lowLo` chip of one of the four channels.
+constexpr Chip lowLoOf(int channel) {
+    return static_cast<Chip>(static_cast<std::uint32_t>(Chip::lowLo) + static_cast<std::uint32_t>(channel));
+}
+
+constexpr Word chipWrite(Chip chip, std::uint16_t address, std::uint8_t value) {
+    return static_cast<std::uint32_t>(chip) << 24 | static_cast<std::uint32_t>(address) << 8 | value;
+}
+
+/// A synthesizer's software reset.
+constexpr Word synthesizerReset(Chip chip) {
+    return chipWrite(chip, 0x0000, 0x81);
+}
+
+/// Gives the bits of `mask` in a register of the routing expander the values that they have in `bits`.
+constexpr Word expanderWrite(std::uint8_t address, std::uint8_t mask, std::uint8_t bits) {
+    return 0x51000000 | static_cast<std::uint32_t>(address) << 16 | static_cast<std::uint32_t>(mask) << 8 |
+           bits;
+}
+
+/// Closes a run of peripheral words and applies them.
+inline constexpr Word applyPeripherals = 0x4C000000;
+
+// Per-channel words address an RF channel of the unit by the high nibble.
+
+/// @param input    0 to 3
+/// @param content  the 28 bits of transfer kind and chip data
+constexpr Word channelWord(int input, std::uint32_t content) {
+    const int nibble = input < 2 ? input + 9 : input + 11;
+    return static_cast<std::uint32_t>(nibble) << 28 | content;
+}
+
+/// Switches a channel's `highLo` off.
+constexpr Word highLoOff(int input) {
+    return channelWord(input, 0x00002B83);
+}
+
+}  // namespace hxr::words

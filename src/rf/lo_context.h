@@ -1,0 +1,13 @@
+#pragma once
+
+#include <array>
+
+namespace hxr {
+
+/// What a unit's synthesizers hold, as far as the lists built so far have told them.
+struct LoContext {
+    bool cbbLoaded = false;            ///< the unit's factory tuning data are in use
+    std::array<bool, 4> lowLoReady{};  ///< by channel: its `lowLo` holds its full image
+};
+
+}  // namespace hxr
