@@ -1,0 +1,208 @@
+// hxr-sim: simulated receiver units as a program of their own.
+
+#include <signal.h>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "sim/fault_text.h"
+#include "sim/simulated_unit.h"
+
+#ifndef HXR_SIM_VERSION
+#error "the build tells the version"
+#endif
+
+namespace {
+
+using hxr::sim::Endpoint;
+using hxr::sim::SimulatedUnit;
+using hxr::sim::SyntheticImageOptions;
+
+struct Arguments {
+    std::vector<std::string> addresses = {"127.0.0.2"};
+    std::vector<std::uint32_t> serials = {12345678};
+    std::uint16_t port = 5000;
+    std::uint16_t dataPort = 4991;
+    unsigned units = 1;
+    std::string imageFile;
+    std::string writeImageFile;
+    SyntheticImageOptions synthetic;
+    bool blank = false;
+    bool badChecksum = false;
+    bool noFix = false;
+    bool honourPauses = false;
+    std::vector<std::string> faults;
+    bool quiet = false;
+    bool verbose = false;
+};
+
+constexpr const char* examples =
+    "\nExamples:\n"
+    "  hxr-sim                                      one unit on 127.0.0.2, port 5000\n"
+    "  hxr-sim --units 4                            four, on 127.0.0.2 to 127.0.0.5, serial numbers counted "
+    "up\n"
+    "  hxr-sim --address 127.0.0.7 --serial 777     another address and serial number\n"
+    "  hxr-sim --no-chamber                         a unit that was never calibrated\n"
+    "  hxr-sim --fault status:delay=200:always      every status 200 ms late\n"
+    "  hxr-sim --fault page=300:length=8215         one flash page cut by a byte\n"
+    "  hxr-sim --fault dies-after=500               a unit that falls silent in the middle\n";
+
+void addOptions(CLI::App& app, Arguments& arguments) {
+    app.add_option("--address", arguments.addresses, "local address; repeat it for several units")
+        ->capture_default_str();
+    app.add_option("--serial", arguments.serials, "serial number; repeat it for several units")
+        ->check(CLI::Range(0u, 4294967294u))
+        ->capture_default_str();
+    app.add_option("--units", arguments.units,
+                   "units; addresses and serial numbers are counted up from the last given")
+        ->check(CLI::Range(1u, 16u))
+        ->capture_default_str();
+    app.add_option("--port", arguments.port, "control port")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+    app.add_option("--data-port", arguments.dataPort, "port of the sample stream")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+
+    auto* image = app.add_option("--image", arguments.imageFile, "calibration image to serve, 8 MiB")
+                      ->check(CLI::ExistingFile);
+    app.add_flag("!--no-cbb", arguments.synthetic.cbb, "no synthesizer tables in the flash")->excludes(image);
+    app.add_flag("!--no-pretest", arguments.synthetic.pretest, "no pretest data in the flash")
+        ->excludes(image);
+    app.add_flag("!--no-chamber", arguments.synthetic.chamber, "no chamber calibration in the flash")
+        ->excludes(image);
+    app.add_flag("--blank", arguments.blank, "an erased flash")->excludes(image);
+    app.add_flag("--bad-checksum", arguments.badChecksum, "a checksum that is wrong")->excludes(image);
+    app.add_option("--cal-date", arguments.synthetic.calDate, "calibration date, seconds since 1970")
+        ->capture_default_str()
+        ->excludes(image);
+    app.add_option("--write-image", arguments.writeImageFile,
+                   "write the first unit's image to a file and end");
+
+    app.add_flag("--no-fix", arguments.noFix, "GPS without a fix");
+    app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
+    app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
+    auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
+    app.add_flag("--verbose", arguments.verbose, "print unknown words and broken rules at the end")
+        ->excludes(quiet);
+    app.set_version_flag("--version", "hxr-sim " HXR_SIM_VERSION);
+    app.footer(examples);
+}
+
+std::vector<std::uint8_t> readImage(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
+    if (!file) throw std::runtime_error("can't read " + path);
+    return bytes;
+}
+
+void writeImage(const std::string& path, const std::vector<std::uint8_t>& image) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
+    if (!file.flush()) throw std::runtime_error("can't write " + path);
+}
+
+std::vector<std::uint8_t> imageFor(const Arguments& arguments, std::uint32_t serialNumber) {
+    if (!arguments.imageFile.empty()) return readImage(arguments.imageFile);
+    if (arguments.blank) return hxr::sim::makeBlankImage();
+    SyntheticImageOptions options = arguments.synthetic;
+    options.serialNumber = serialNumber;
+    options.goodChecksum = !arguments.badChecksum;
+    return hxr::sim::makeSyntheticImage(options);
+}
+
+/// Lengthens a list to `count` by counting up from its last entry.
+std::vector<std::uint32_t> countedUp(std::vector<std::uint32_t> values, std::size_t count) {
+    while (values.size() < count) values.push_back(values.back() + 1);
+    return values;
+}
+
+std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments) {
+    std::vector<std::uint32_t> hosts;
+    for (const std::string& address : arguments.addresses) hosts.push_back(Endpoint::of(address, 0).address);
+    const std::size_t count =
+        std::max<std::size_t>({arguments.units, hosts.size(), arguments.serials.size()});
+    hosts = countedUp(hosts, count);
+    const auto serials = countedUp(arguments.serials, count);
+
+    std::vector<std::unique_ptr<SimulatedUnit>> units;
+    for (std::size_t i = 0; i < count; ++i) {
+        hxr::sim::UnitOptions options;
+        options.address = Endpoint{hosts[i], 0}.addressText();
+        options.controlPort = arguments.port;
+        options.dataPort = arguments.dataPort;
+        options.identity.serialNumber = serials[i];
+        options.image = imageFor(arguments, serials[i]);
+        options.honourPauses = arguments.honourPauses;
+        options.recordedPackets = 0;
+        if (arguments.noFix) options.fix = hxr::sim::GpsFix::none();
+        units.push_back(std::make_unique<SimulatedUnit>(std::move(options)));
+        for (const std::string& fault : arguments.faults) addFaultFromText(units.back()->faults(), fault);
+    }
+    return units;
+}
+
+void printReady(const std::vector<std::unique_ptr<SimulatedUnit>>& units) {
+    std::printf("ready");
+    for (const auto& unit : units) std::printf(" %s:%u", unit->address().c_str(), unit->controlPort());
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+void printSummary(const SimulatedUnit& unit, bool verbose) {
+    const auto counts = unit.recording().counts();
+    std::printf("%s serial %u: %zu packets, %zu words, %zu unknown words, %zu broken rules\n",
+                unit.address().c_str(), unit.identity().serialNumber, counts.packets + counts.dataPackets,
+                counts.words, unit.unknownWords(), unit.brokenRules());
+    if (!verbose) return;
+    for (const std::string& line : unit.breaches()) std::printf("  %s\n", line.c_str());
+}
+
+/// Serves until the program is asked to end.
+void serve(const Arguments& arguments) {
+    sigset_t endings;
+    sigemptyset(&endings);
+    sigaddset(&endings, SIGINT);
+    sigaddset(&endings, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &endings, nullptr);
+
+    const auto units = makeUnits(arguments);
+    for (const auto& unit : units) unit->start();
+    if (!arguments.quiet) printReady(units);
+
+    int signal = 0;
+    sigwait(&endings, &signal);
+    for (const auto& unit : units) unit->stop();
+    if (arguments.quiet) return;
+    for (const auto& unit : units) printSummary(*unit, arguments.verbose);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        CLI::App app("Simulated HXR receiver units on the network.");
+        Arguments arguments;
+        addOptions(app, arguments);
+        CLI11_PARSE(app, argc, argv);
+        if (arguments.writeImageFile.empty()) {
+            serve(arguments);
+        } else {
+            writeImage(arguments.writeImageFile, imageFor(arguments, arguments.serials.front()));
+        }
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "hxr-sim: %s\n", error.what());
+        return EXIT_FAILURE;
+    }
+}

@@ -1,0 +1,218 @@
+#include "sim/simulated_unit.h"
+
+#include <array>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "sim/byte_order.h"
+#include "sim/data_datagram.h"
+#include "sim/decoder.h"
+#include "sim/flash_memory.h"
+#include "sim/reply_path.h"
+#include "sim/rule_book.h"
+#include "sim/sequencer.h"
+#include "sim/unit_server.h"
+
+namespace hxr::sim {
+namespace {
+
+using WallClock = std::chrono::system_clock;
+
+/// Timebase mode in which the unit steers its DAC by GPS.
+constexpr std::uint8_t gpsMode = 8;
+constexpr std::chrono::nanoseconds pauseTick{1016};
+constexpr std::size_t packetBytes = packetWords * 4;
+
+std::vector<std::uint8_t> imageFor(UnitOptions& options) {
+    if (!options.image.empty()) return std::move(options.image);
+    return makeSyntheticImage({.serialNumber = options.identity.serialNumber});
+}
+
+UnitOptions checked(UnitOptions options) {
+    if (options.controlPort == options.dataPort)
+        throw std::invalid_argument("control and data port are the same");
+    return options;
+}
+
+std::string threadNameFor(const Endpoint& endpoint) {
+    return "hxr-sim " + std::to_string(endpoint.address & 255);
+}
+
+}  // namespace
+
+/// Joins the parts of the unit: what comes in from the server goes through the sequencer, what the sequencer
+/// sends goes out by the reply path.
+class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
+  public:
+    /// The datagram that runs at the moment: where its answers go.
+    struct Request {
+        Endpoint sender;
+        UdpSocket* socket = nullptr;
+    };
+
+    explicit Core(UnitOptions given)
+        : options(checked(std::move(given))),
+          recording(options.recordedPackets),
+          flash(imageFor(options)),
+          sequencer(rules, *this),
+          replies(faults, rules, options.paced),
+          server(Endpoint::of(options.address, options.controlPort),
+                 Endpoint::of(options.address, options.dataPort),
+                 threadNameFor(Endpoint::of(options.address, options.controlPort)), *this) {}
+
+    ~Core() override { server.stop(); }
+
+    UnitOptions options;
+    /// Guards identity, health and fix in the options.
+    mutable std::mutex reported;
+    RuleBook rules;
+    FaultPlan faults;
+    Recording recording;
+    FlashMemory flash;
+    Sequencer sequencer;
+    ReplyPath replies;
+    Request request;
+    std::uint32_t sentDatagrams = 0;
+    UnitServer server;  // last: its thread uses all the others
+
+  private:
+    void onDatagram(std::span<const std::uint8_t> datagram, const Endpoint& sender, bool onDataSocket,
+                    UdpSocket& socket) override {
+        recording.notePacket(datagram, sender, onDataSocket);
+        if (faults.takeDatagram()) run(datagram, {sender, &socket}, onDataSocket);
+        if (!onDataSocket) recording.notePacketDone();
+    }
+
+    void run(std::span<const std::uint8_t> datagram, const Request& from, bool onDataSocket) {
+        if (datagram.size() != packetBytes) {
+            rules.noteBrokenRule("datagram of " + std::to_string(datagram.size()) + " bytes from " +
+                                 from.sender.text());
+            return;
+        }
+        std::array<std::uint32_t, packetWords> words;
+        for (std::size_t i = 0; i < words.size(); ++i) words[i] = getLittle32(datagram, 4 * i);
+        request = from;
+        if (onDataSocket) {
+            sequencer.runDataPacket(words);
+        } else {
+            sequencer.runControlPacket(words);
+        }
+    }
+
+    std::optional<std::chrono::steady_clock::time_point> nextTime() override { return replies.nextDue(); }
+    void onTime() override { replies.sendDue(); }
+    void onStop() override { replies.reset(); }
+
+    void sendStatus() override {
+        const Timebase set = sequencer.timebase();
+        const TimebaseReport timebase{set.dac, set.mode == gpsMode};
+        const auto now = std::chrono::floor<std::chrono::seconds>(WallClock::now());
+        std::unique_lock lock(reported);
+        const auto record = composeStatusRecord(options.identity, options.health, options.fix, timebase, now);
+        lock.unlock();
+        recording.noteReply(ReplyKind::status, 0);
+        send(ReplyKind::status, std::nullopt, {record.begin(), record.end()});
+    }
+
+    void sendPage(std::uint16_t page) override {
+        const FlashMemory::Page payload = flash.pageOnWire(page);
+        recording.noteReply(ReplyKind::page, page);
+        send(ReplyKind::page, page, makeDataDatagram(nextHeader(), payload));
+    }
+
+    /// As long as nothing is fed to the inputs the samples are zero.
+    void sendSamples(std::uint32_t datagrams) override {
+        static constexpr std::array<std::uint8_t, dataPayloadBytes> silence{};
+        for (std::uint32_t i = 0; i < datagrams && !server.stopping(); ++i) {
+            recording.noteReply(ReplyKind::samples, 0);
+            send(ReplyKind::samples, std::nullopt, makeDataDatagram(nextHeader(), silence));
+        }
+    }
+
+    void pause(std::uint16_t ticks) override {
+        recording.notePause(ticks);
+        if (options.honourPauses) server.sleep(ticks * pauseTick);
+    }
+
+    DataHeader nextHeader() {
+        return {0, static_cast<std::uint8_t>(sentDatagrams++ & 15), WallClock::now(), 0};
+    }
+
+    void send(ReplyKind kind, std::optional<std::uint16_t> page, std::vector<std::uint8_t> bytes) {
+        replies.send({kind, page, request.sender, std::move(bytes)}, *request.socket);
+    }
+};
+
+SimulatedUnit::SimulatedUnit(UnitOptions options) : core_(std::make_unique<Core>(std::move(options))) {}
+
+SimulatedUnit::~SimulatedUnit() = default;
+
+void SimulatedUnit::start() { core_->server.start(); }
+
+void SimulatedUnit::stop() { core_->server.stop(); }
+
+bool SimulatedUnit::running() const { return core_->server.running(); }
+
+const std::string& SimulatedUnit::address() const { return core_->options.address; }
+
+std::uint16_t SimulatedUnit::controlPort() const { return core_->options.controlPort; }
+
+std::uint16_t SimulatedUnit::dataPort() const { return core_->options.dataPort; }
+
+Identity SimulatedUnit::identity() const {
+    const std::lock_guard lock(core_->reported);
+    return core_->options.identity;
+}
+
+void SimulatedUnit::setIdentity(const Identity& identity) {
+    const std::lock_guard lock(core_->reported);
+    core_->options.identity = identity;
+}
+
+Health SimulatedUnit::health() const {
+    const std::lock_guard lock(core_->reported);
+    return core_->options.health;
+}
+
+void SimulatedUnit::setHealth(const Health& health) {
+    const std::lock_guard lock(core_->reported);
+    core_->options.health = health;
+}
+
+void SimulatedUnit::changeHealth(const std::function<void(Health&)>& change) {
+    const std::lock_guard lock(core_->reported);
+    change(core_->options.health);
+}
+
+GpsFix SimulatedUnit::fix() const {
+    const std::lock_guard lock(core_->reported);
+    return core_->options.fix;
+}
+
+void SimulatedUnit::setFix(const GpsFix& fix) {
+    const std::lock_guard lock(core_->reported);
+    core_->options.fix = fix;
+}
+
+void SimulatedUnit::loadImage(std::vector<std::uint8_t> image) { core_->flash.load(std::move(image)); }
+
+std::vector<std::uint8_t> SimulatedUnit::image() const { return core_->flash.image(); }
+
+FaultPlan& SimulatedUnit::faults() { return core_->faults; }
+
+const Recording& SimulatedUnit::recording() const { return core_->recording; }
+
+void SimulatedUnit::clearRecording() { core_->recording.clear(); }
+
+UnitState SimulatedUnit::state() const { return core_->sequencer.state(); }
+
+std::size_t SimulatedUnit::unknownWords() const { return core_->rules.unknownWords(); }
+
+std::size_t SimulatedUnit::brokenRules() const { return core_->rules.brokenRules(); }
+
+std::vector<std::string> SimulatedUnit::breaches() const { return core_->rules.lines(); }
+
+void SimulatedUnit::clearBreaches() { core_->rules.clear(); }
+
+}  // namespace hxr::sim

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/endpoint.h"
+#include "sim/faults.h"
+#include "sim/recording.h"
+#include "sim/status_record.h"
+#include "sim/synthetic_image.h"
+#include "sim/unit_state.h"
+
+namespace hxr::sim {
+
+/// How a simulated unit is made.
+struct UnitOptions {
+    std::string address = "127.0.0.2";  ///< any local address; on loopback each unit takes one of its own
+    std::uint16_t controlPort = 5000;
+    std::uint16_t dataPort = 4991;
+
+    Identity identity{};
+    Health health{};
+    GpsFix fix{};
+
+    /// Calibration image of exactly `imageBytes`; empty: a synthetic one for the unit's serial number.
+    std::vector<std::uint8_t> image{};
+
+    /// Whether pause words really take their time. They are counted either way.
+    bool honourPauses = false;
+    /// Replies leave at the pace of a 10-gigabit line at most.
+    bool paced = true;
+    std::size_t recordedPackets = 100'000;
+};
+
+/// One simulated receiver unit on the wire: a control and a data socket, and a thread that runs the command
+/// words that arrive there and answers them to where they came from. Nothing is sent unasked.
+///
+/// All operations but start and stop may be called from any thread at any time. State, faults and recording
+/// outlive stop and start, as do settings of a unit whose network cable was pulled.
+class SimulatedUnit {
+  public:
+    /// @throws std::invalid_argument for a bad address, equal ports or an image of the wrong size
+    explicit SimulatedUnit(UnitOptions options = {});
+    ~SimulatedUnit();
+    SimulatedUnit(const SimulatedUnit&) = delete;
+    SimulatedUnit& operator=(const SimulatedUnit&) = delete;
+
+    /// Binds the sockets and starts to serve; nothing if it serves already.
+    /// @throws std::system_error, naming the address, if a socket can't be bound
+    void start();
+    /// Closes the sockets and ends the thread. From then on the host's datagrams find no port.
+    void stop();
+    bool running() const;
+
+    const std::string& address() const;
+    std::uint16_t controlPort() const;
+    std::uint16_t dataPort() const;
+
+    // What the unit tells in its status record.
+    Identity identity() const;
+    void setIdentity(const Identity& identity);
+    Health health() const;
+    void setHealth(const Health& health);
+    /// Changes single values in place, in one step.
+    void changeHealth(const std::function<void(Health&)>& change);
+    GpsFix fix() const;
+    void setFix(const GpsFix& fix);
+
+    // The flash.
+    /// @throws std::invalid_argument unless the image has exactly `imageBytes`
+    void loadImage(std::vector<std::uint8_t> image);
+    std::vector<std::uint8_t> image() const;
+
+    FaultPlan& faults();
+    const Recording& recording() const;
+    void clearRecording();
+
+    /// A copy of the registers, chips and modes as the words run so far have left them.
+    UnitState state() const;
+
+    /// Words of no known form, on either socket.
+    std::size_t unknownWords() const;
+    /// Known words with impossible fields, and sequences that the unit can't run.
+    std::size_t brokenRules() const;
+    /// One line for each unknown word and broken rule, the first thousand.
+    std::vector<std::string> breaches() const;
+    void clearBreaches();
+
+  private:
+    class Core;
+    std::unique_ptr<Core> core_;
+};
+
+}  // namespace hxr::sim
