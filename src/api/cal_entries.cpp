@@ -9,9 +9,7 @@
 
 namespace cal = hxr::cal;
 
-double hxrCalGetTempFromIndex(int index) {
-    return cal::temperatureOfIndex(index);
-}
+double hxrCalGetTempFromIndex(int index) { return cal::temperatureOfIndex(index); }
 
 bool hxrCalDoesFlashHeaderExist(const HXRCalData* image) {
     return image != nullptr && cal::hasFlashHeader(*image);

@@ -31,7 +31,8 @@ class DeviceTable {
   public:
     static constexpr int size = 4;
 
-    explicit DeviceTable(Environment environment = {}) : environment_(std::move(environment)) {}
+    /// Puts another environment in place for units that are opened from now on.
+    void useEnvironment(Environment environment) { environment_ = std::move(environment); }
 
     /// The unit of a handle, null if there is none.
     HXRDevice* find(int handle) const;

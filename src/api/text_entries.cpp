@@ -2,9 +2,7 @@
 
 #include "hxr_api.h"
 
-const char* hxrGetAPIVersion() {
-    return "1.0.0";
-}
+const char* hxrGetAPIVersion() { return "1.0.0"; }
 
 const char* hxrGetErrorString(HXRStatus status) {
     switch (status) {

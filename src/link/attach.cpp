@@ -23,9 +23,7 @@ constexpr PageRange pretestHead{160, 163};
 constexpr PageRange chamberHead{192, 192};
 constexpr PageRange chamberRest{193, 1151};
 
-std::uint32_t registerSeconds(std::int64_t seconds) {
-    return static_cast<std::uint32_t>(seconds);
-}
+std::uint32_t registerSeconds(std::int64_t seconds) { return static_cast<std::uint32_t>(seconds); }
 
 }  // namespace
 

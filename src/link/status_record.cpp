@@ -14,9 +14,7 @@ StatusRecord::StatusRecord(std::span<const std::byte> datagram) : received_(std:
     std::copy_n(datagram.begin(), received_, bytes_.begin());
 }
 
-bool StatusRecord::magicIsRight() const {
-    return received_ >= definedSize && u32(0) == statusMagic;
-}
+bool StatusRecord::magicIsRight() const { return received_ >= definedSize && u32(0) == statusMagic; }
 
 std::uint32_t StatusRecord::serialNumber() const {
     const std::uint32_t reversed = u32(serial);

@@ -24,9 +24,7 @@ constexpr std::size_t moverBatch = 32;
 constexpr std::size_t bufferStride =
     (receiveRoom + platform::bufferAlignment - 1) / platform::bufferAlignment * platform::bufferAlignment;
 
-std::size_t index(int position) {
-    return static_cast<std::size_t>(position);
-}
+std::size_t index(int position) { return static_cast<std::size_t>(position); }
 
 /// The words as they go over the wire, least significant byte first.
 std::span<const std::byte> wireForm(const std::uint32_t* words,
@@ -48,22 +46,19 @@ void WinUDPInterface::PostOrder::remove(int slot) {
     count_ = static_cast<int>(std::remove(slots_.begin(), end, slot) - slots_.begin());
 }
 
-WinUDPInterface::WinUDPInterface(platform::Clock& clock) : clock_(clock) {
+WinUDPInterface::WinUDPInterface(platform::Clock& clock, SocketOpener openSocket)
+    : clock_(clock), openSocket_(std::move(openSocket)) {
     closedResult_.timedOut = true;
 }
 
-WinUDPInterface::~WinUDPInterface() {
-    close();
-}
+WinUDPInterface::~WinUDPInterface() { close(); }
 
 std::shared_ptr<platform::UdpSocket> WinUDPInterface::socketNow() const {
     const Lock lock(mutex_);
     return socket_;
 }
 
-bool WinUDPInterface::isOpen() const {
-    return socketNow() != nullptr;
-}
+bool WinUDPInterface::isOpen() const { return socketNow() != nullptr; }
 
 std::string WinUDPInterface::localAddress() const {
     const Lock lock(mutex_);
@@ -87,8 +82,9 @@ std::uint16_t WinUDPInterface::remotePort() const {
 
 bool WinUDPInterface::open(const char* localAddress, const char* remoteAddress, std::uint16_t localPort,
                            std::uint16_t remotePort) {
-    close();
-    auto socket = platform::UdpSocket::open(localAddress, localPort, remoteAddress, remotePort);
+    const std::lock_guard oneAtATime(lifecycle_);
+    release();
+    auto socket = openSocket_(localAddress, localPort, remoteAddress, remotePort);
     if (!socket) return false;
 
     // Memory that nothing is received into is never touched, so most of this block stays with the system.
@@ -120,6 +116,13 @@ bool WinUDPInterface::open(const char* localAddress, const char* remoteAddress, 
 }
 
 bool WinUDPInterface::close() {
+    const std::lock_guard oneAtATime(lifecycle_);
+    release();
+    return true;
+}
+
+/// Ends every wait, then gives back what `open` has made.
+void WinUDPInterface::release() {
     {
         Lock lock(mutex_);
         closing_ = true;
@@ -135,7 +138,6 @@ bool WinUDPInterface::close() {
     remoteAddress_.clear();
     localPort_ = remotePort_ = 0;
     closing_ = false;
-    return true;
 }
 
 /// Closes the socket, once, and wakes everybody who waits on it.

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -21,7 +22,10 @@ namespace hxr {
 /// in which they were posted. Nothing is taken from the socket beyond what has been posted.
 class WinUDPInterface final : public UDPDevice {
   public:
-    explicit WinUDPInterface(platform::Clock& clock = platform::systemClock());
+    using SocketOpener = std::function<decltype(platform::UdpSocket::open)>;
+
+    explicit WinUDPInterface(platform::Clock& clock = platform::systemClock(),
+                             SocketOpener openSocket = platform::UdpSocket::open);
     ~WinUDPInterface() override;
     WinUDPInterface(const WinUDPInterface&) = delete;
     WinUDPInterface& operator=(const WinUDPInterface&) = delete;
@@ -76,6 +80,7 @@ class WinUDPInterface final : public UDPDevice {
 
     using Lock = std::unique_lock<std::mutex>;
 
+    void release();
     void moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket);
     std::size_t choosePlaces(std::span<platform::ReceivePlace> places);
     void publishArrived(std::span<const platform::ReceivePlace> places);
@@ -85,8 +90,10 @@ class WinUDPInterface final : public UDPDevice {
     std::shared_ptr<platform::UdpSocket> socketNow() const;
 
     platform::Clock& clock_;
+    const SocketOpener openSocket_;
     std::atomic<bool> lost_ = false;
 
+    std::mutex lifecycle_;      ///< held while the endpoint is opened or closed
     mutable std::mutex mutex_;  ///< guards all below but the send slots, which belong to their threads
     std::shared_ptr<platform::UdpSocket> socket_;  ///< null when closed
     std::string localAddress_, remoteAddress_;

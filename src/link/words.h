@@ -22,9 +22,7 @@ constexpr Word registerBlock(std::uint32_t count, std::uint16_t address) {
 }
 
 /// Makes the sequencer wait; `ticks` of 1.016 microseconds each.
-constexpr Word pause(std::uint16_t ticks) {
-    return 0x05000000 | ticks;
-}
+constexpr Word pause(std::uint16_t ticks) { return 0x05000000 | ticks; }
 
 /// Ticks of a pause of `microseconds`, saturating at 65535 (66.6 ms).
 constexpr std::uint16_t pauseTicks(double microseconds) {
@@ -39,19 +37,13 @@ constexpr Word timebase(TimebaseMode mode, std::uint16_t dac) {
 }
 
 /// @param setPoint  in the fan controller's own units
-constexpr Word fan(bool on, std::uint16_t setPoint) {
-    return 0x0C000000 | (on ? 0U : 1U) << 16 | setPoint;
-}
+constexpr Word fan(bool on, std::uint16_t setPoint) { return 0x0C000000 | (on ? 0U : 1U) << 16 | setPoint; }
 
 /// Ends any stream of samples to the data socket's port.
-constexpr Word streamStop(std::uint16_t dataPort) {
-    return 0x0E000000 | dataPort;
-}
+constexpr Word streamStop(std::uint16_t dataPort) { return 0x0E000000 | dataPort; }
 
 /// Routes channels and sets up the sample path; `setup` is put together by `appendChannelRoute`.
-constexpr Word channelRoute(std::uint16_t setup) {
-    return 0x0F000000 | setup;
-}
+constexpr Word channelRoute(std::uint16_t setup) { return 0x0F000000 | setup; }
 
 /// The route that leads flash pages to the control socket.
 inline constexpr Word flashRoute = channelRoute(0x0100);
@@ -60,17 +52,11 @@ inline constexpr Word flashRoute = channelRoute(0x0100);
 inline constexpr Word statusRequest = 0x11000008;
 
 /// Causes `datagrams` data datagrams from whatever was selected before.
-constexpr Word captureAndSend(std::uint32_t datagrams) {
-    return 0x12000000 | datagrams;
-}
+constexpr Word captureAndSend(std::uint32_t datagrams) { return 0x12000000 | datagrams; }
 
-constexpr Word selectFlashPage(std::uint16_t page) {
-    return 0x1E000000 | page;
-}
+constexpr Word selectFlashPage(std::uint16_t page) { return 0x1E000000 | page; }
 
-constexpr Word flashReadMode(bool on) {
-    return 0x1F000000 | (on ? 1U : 0U);
-}
+constexpr Word flashReadMode(bool on) { return 0x1F000000 | (on ? 1U : 0U); }
 
 // Peripheral words write a register of a chip in the unit.
 
@@ -87,9 +73,7 @@ constexpr Word chipWrite(Chip chip, std::uint16_t address, std::uint8_t value) {
 }
 
 /// A synthesizer's software reset.
-constexpr Word synthesizerReset(Chip chip) {
-    return chipWrite(chip, 0x0000, 0x81);
-}
+constexpr Word synthesizerReset(Chip chip) { return chipWrite(chip, 0x0000, 0x81); }
 
 /// Gives the bits of `mask` in a register of the routing expander the values that they have in `bits`.
 constexpr Word expanderWrite(std::uint8_t address, std::uint8_t mask, std::uint8_t bits) {
@@ -110,8 +94,6 @@ constexpr Word channelWord(int input, std::uint32_t content) {
 }
 
 /// Switches a channel's `highLo` off.
-constexpr Word highLoOff(int input) {
-    return channelWord(input, 0x00002B83);
-}
+constexpr Word highLoOff(int input) { return channelWord(input, 0x00002B83); }
 
 }  // namespace hxr::words

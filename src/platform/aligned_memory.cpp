@@ -9,8 +9,6 @@ void* alignedAllocate(std::size_t bytes) noexcept {
     return ::operator new (bytes, std::align_val_t{bufferAlignment}, std::nothrow);
 }
 
-void alignedFree(void* block) noexcept {
-    ::operator delete (block, std::align_val_t{bufferAlignment});
-}
+void alignedFree(void* block) noexcept { ::operator delete (block, std::align_val_t{bufferAlignment}); }
 
 }  // namespace hxr::platform

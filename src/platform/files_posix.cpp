@@ -54,9 +54,7 @@ void flushFolder(const std::filesystem::path& folder) {
 
 }  // namespace
 
-std::filesystem::path machineDataFolder() {
-    return "/var/lib";
-}
+std::filesystem::path machineDataFolder() { return "/var/lib"; }
 
 bool makeUsableFolder(const std::filesystem::path& folder) noexcept try {
     std::error_code error;

@@ -101,9 +101,7 @@ std::optional<sockaddr_in> socketAddress(const char* text, std::uint16_t port) {
     return address;
 }
 
-const sockaddr* generic(const sockaddr_in& address) {
-    return reinterpret_cast<const sockaddr*>(&address);
-}
+const sockaddr* generic(const sockaddr_in& address) { return reinterpret_cast<const sockaddr*>(&address); }
 
 void enlargeReceiveBuffer(int descriptor) {
     const int bytes = wantedReceiveBuffer;
