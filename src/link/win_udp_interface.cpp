@@ -24,6 +24,9 @@ constexpr std::size_t moverBatch = 32;
 constexpr std::size_t bufferStride =
     (receiveRoom + platform::bufferAlignment - 1) / platform::bufferAlignment * platform::bufferAlignment;
 
+// Pages of memory are at least this large on every machine.
+constexpr std::size_t smallestPage = 4096;
+
 std::size_t index(int position) { return static_cast<std::size_t>(position); }
 
 /// The words as they go over the wire, least significant byte first.
@@ -127,7 +130,7 @@ void WinUDPInterface::release() {
         Lock lock(mutex_);
         closing_ = true;
         endSocket(lock);
-        collectorsLeft_.wait(lock, [this] { return collecting_ == 0; });
+        usersLeft_.wait(lock, [this] { return users_ == 0; });
     }
     mover_.join();
 
@@ -191,15 +194,31 @@ void WinUDPInterface::postReceives(int number, int count, unsigned timeoutMs) {
     Lock lock(mutex_);
     ReceiveSlot* slot = slotAt(number);
     if (slot == nullptr) return;
+    const SlotUse use(*this);
     takeBack(lock, *slot, number);
     slot->pendingCount = std::clamp(count, 0, receivesPerSlot);
     slot->arrived = 0;
     slot->timeoutMs = timeoutMs;
     slot->result.count = slot->pendingCount;
     std::fill_n(slot->result.lengths.begin(), slot->pendingCount, 0U);
+    touchBuffers(lock, *slot);
     if (slot->pendingCount == 0 || !socket_) return;
     postOrder_.append(number);
     posted_.notify_one();
+}
+
+/// Has the system give the memory of buffers that are posted for the first time: here it costs the poster a
+/// little, in the mover it would cost datagrams.
+void WinUDPInterface::touchBuffers(Lock& lock, ReceiveSlot& slot) {
+    if (slot.touched >= slot.pendingCount) return;
+    lock.unlock();
+    for (; slot.touched < slot.pendingCount; ++slot.touched) {
+        std::byte* const buffer = slot.result.buffers[index(slot.touched)];
+        for (std::size_t offset = 0; offset < receiveRoom; offset += smallestPage)
+            buffer[offset] = std::byte{0};
+        buffer[receiveRoom - 1] = std::byte{0};
+    }
+    lock.lock();
 }
 
 ReceiveResult* WinUDPInterface::collectReceives(int number) {
@@ -207,7 +226,7 @@ ReceiveResult* WinUDPInterface::collectReceives(int number) {
     ReceiveSlot* slot = slotAt(number);
     if (slot == nullptr) return &closedResult_;
 
-    ++collecting_;
+    const SlotUse use(*this);
     const auto timeout = clock_.timeout(milliseconds(slot->timeoutMs));
     for (int batchEnd = 0; batchEnd < slot->pendingCount && socket_;) {
         batchEnd = std::min(batchEnd + collectBatch, slot->pendingCount);
@@ -218,16 +237,15 @@ ReceiveResult* WinUDPInterface::collectReceives(int number) {
     }
     if (slot->arrived < slot->pendingCount) slot->result.timedOut = true;
     slot->pendingCount = slot->arrived = 0;
-    --collecting_;
-    if (!closing_) return &slot->result;
-    collectorsLeft_.notify_all();
-    return &closedResult_;
+    return closing_ ? &closedResult_ : &slot->result;
 }
 
 int WinUDPInterface::withdrawReceives(int number) {
     Lock lock(mutex_);
     ReceiveSlot* slot = slotAt(number);
-    return slot == nullptr ? 0 : takeBack(lock, *slot, number);
+    if (slot == nullptr) return 0;
+    const SlotUse use(*this);
+    return takeBack(lock, *slot, number);
 }
 
 /// Takes back what a slot has posted and nothing has arrived for, once the mover's hands are off its buffers.

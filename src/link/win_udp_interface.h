@@ -51,6 +51,7 @@ class WinUDPInterface final : public UDPDevice {
         int pendingCount = 0;  ///< receives posted and not collected
         int arrived = 0;       ///< of these, the ones that hold their datagram
         unsigned timeoutMs = 1000;
+        int touched = 0;  ///< buffers whose memory the system has given
         ReceiveResult result;
         std::condition_variable progress;
     };
@@ -80,12 +81,29 @@ class WinUDPInterface final : public UDPDevice {
 
     using Lock = std::unique_lock<std::mutex>;
 
+    /// While it lives, the receive slots stay, also where the lock is given away meanwhile. Made and ended
+    /// under lock.
+    class SlotUse {
+      public:
+        explicit SlotUse(WinUDPInterface& endpoint) : endpoint_(endpoint) { ++endpoint_.users_; }
+        ~SlotUse() {
+            --endpoint_.users_;
+            if (endpoint_.closing_) endpoint_.usersLeft_.notify_all();
+        }
+        SlotUse(const SlotUse&) = delete;
+        SlotUse& operator=(const SlotUse&) = delete;
+
+      private:
+        WinUDPInterface& endpoint_;
+    };
+
     void release();
     void moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket);
     std::size_t choosePlaces(std::span<platform::ReceivePlace> places);
     void publishArrived(std::span<const platform::ReceivePlace> places);
     int takeBack(Lock& lock, ReceiveSlot& slot, int number);
     void endSocket(Lock& lock);
+    void touchBuffers(Lock& lock, ReceiveSlot& slot);
     ReceiveSlot* slotAt(int slot) const { return receiveSlots_[static_cast<std::size_t>(slot)].get(); }
     std::shared_ptr<platform::UdpSocket> socketNow() const;
 
@@ -105,9 +123,9 @@ class WinUDPInterface final : public UDPDevice {
     bool moving_ = false;  ///< the mover is filling buffers, without the lock
     int takingBack_ = 0;   ///< threads that wait for the mover to pause
     std::condition_variable moverPaused_;
-    int collecting_ = 0;    ///< threads inside `collectReceives`
-    bool closing_ = false;  ///< the receive slots go as soon as nobody collects
-    std::condition_variable collectorsLeft_;
+    int users_ = 0;         ///< threads that use a receive slot
+    bool closing_ = false;  ///< the receive slots go as soon as nobody uses them
+    std::condition_variable usersLeft_;
     ReceiveResult closedResult_;  ///< what a collect on a closed endpoint gets
 
     std::array<SendSlot, slotCount> sendSlots_;

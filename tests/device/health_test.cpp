@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/scripted_endpoint.h"
 #include "support/test_clock.h"
 
 namespace hxr {
@@ -34,26 +35,6 @@ class Datagram {
     std::vector<std::byte> bytes_;
 };
 
-class NoEndpoint final : public UDPDevice {
-  public:
-    bool isOpen() const override { return false; }
-    bool open(const char*, const char*, std::uint16_t, std::uint16_t) override { return false; }
-    bool close() override { return true; }
-    std::string localAddress() const override { return {}; }
-    std::string remoteAddress() const override { return {}; }
-    std::uint16_t localPort() const override { return 0; }
-    std::uint16_t remotePort() const override { return 0; }
-    void send(int, const std::uint32_t*) override {}
-    std::size_t waitSend(int) override { return 0; }
-    void postReceives(int, int, unsigned) override {}
-    ReceiveResult* collectReceives(int) override { return &result_; }
-    int withdrawReceives(int) override { return 0; }
-    bool lost() const override { return true; }
-
-  private:
-    ReceiveResult result_{.timedOut = true};
-};
-
 class Health : public testing::Test {
   protected:
     LastStatus parse(const Datagram& datagram) {
@@ -63,10 +44,10 @@ class Health : public testing::Test {
     }
 
     test::TestClock clock;
-    HXRDevice device{
-        std::make_unique<DeviceInterface>(std::make_unique<NoEndpoint>(), std::make_unique<NoEndpoint>(),
-                                          CalFolder("", ""), clock),
-        clock};
+    HXRDevice device{std::make_unique<DeviceInterface>(std::make_unique<test::ScriptedEndpoint>(),
+                                                       std::make_unique<test::ScriptedEndpoint>(),
+                                                       CalFolder("", ""), clock),
+                     clock};
 };
 
 /// The code of a temperature that is a whole number of quarter degrees.
@@ -174,10 +155,10 @@ TEST_F(Health, ReadersSeeWholeRecordsOnly) {
 
 TEST(NewDevice, HasItsDefaults) {
     test::TestClock clock;
-    HXRDevice device{
-        std::make_unique<DeviceInterface>(std::make_unique<NoEndpoint>(), std::make_unique<NoEndpoint>(),
-                                          CalFolder("", ""), clock),
-        clock};
+    HXRDevice device{std::make_unique<DeviceInterface>(std::make_unique<test::ScriptedEndpoint>(),
+                                                       std::make_unique<test::ScriptedEndpoint>(),
+                                                       CalFolder("", ""), clock),
+                     clock};
     EXPECT_EQ(groupUnits(device), std::vector<HXRDevice*>{&device});
     EXPECT_EQ(device.channelCount, 4);
     EXPECT_EQ(device.vrtStreamId.front(), 1);

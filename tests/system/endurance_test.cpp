@@ -1,0 +1,92 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/installation.h"
+
+namespace hxr {
+namespace {
+
+using test::FaultyInstallation;
+using test::Installation;
+
+std::size_t entriesOf(const char* folder) {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+std::size_t openDescriptors() { return entriesOf("/proc/self/fd"); }
+std::size_t threads() { return entriesOf("/proc/self/task"); }
+
+std::size_t residentPages() {
+    std::size_t total = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident;
+}
+
+class Endurance : public FaultyInstallation {};
+
+TEST_F(Endurance, ConnectingHundredsOfTimesUsesNothingUp) {
+    sim::SimulatedUnit& unit = startUnit();
+    const auto round = [&](int number) {
+        // Every other connect fails, each time a little later in the attach.
+        unit.faults().silenceAfterReplies(number % 2 == 0 ? 1000 : static_cast<std::size_t>(number / 2 % 9));
+        EXPECT_EQ(connect() == hxrNoError, number % 2 == 0) << number;
+        if (number % 2 == 0) {
+            EXPECT_EQ(hxrCloseDevice(handle), hxrNoError);
+        }
+        unit.faults().revive();
+        unit.clearRecording();
+    };
+    for (int i = 0; i < 40; ++i) round(i);
+    const std::size_t descriptorsBefore = openDescriptors(), threadsBefore = threads(),
+                      pagesBefore = residentPages();
+    for (int i = 0; i < 200; ++i) round(i);
+    EXPECT_EQ(openDescriptors(), descriptorsBefore);
+    EXPECT_EQ(threads(), threadsBefore);
+    EXPECT_LT(residentPages(), pagesBefore + 1024);  // 4 MiB: half of one image
+}
+
+class Threads : public Installation {};
+
+/// What the system tells of one thread: the value behind a name in its status file.
+std::string threadField(const std::string& task, const std::string& name) {
+    std::ifstream status("/proc/self/task/" + task + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name + ":")) return line.substr(line.find_first_not_of(" \t", name.size() + 1));
+    }
+    return {};
+}
+
+std::set<std::string> threadsNamed(const std::string& name) {
+    std::set<std::string> found;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        const std::string number = task.path().filename().string();
+        if (threadField(number, "Name") == name) found.insert(number);
+    }
+    return found;
+}
+
+TEST_F(Threads, BlockSignalsAndEndWithTheDevice) {
+    startUnit();
+    ASSERT_EQ(connect(), hxrNoError);
+    const auto movers = threadsNamed("HXR Receive");
+    EXPECT_EQ(movers.size(), 1U);
+    for (const std::string& mover : movers) {
+        // All but those that the system keeps for itself.
+        const auto blocked = std::stoull(threadField(mover, "SigBlk"), nullptr, 16);
+        constexpr unsigned long long killAndStop = 1ULL << 8 | 1ULL << 18;
+        constexpr unsigned long long keptByTheSystem = 1ULL << 31 | 1ULL << 32;
+        EXPECT_EQ(blocked | killAndStop | keptByTheSystem, ~0ULL) << std::hex << blocked;
+    }
+    hxrCloseDevice(handle);
+    EXPECT_TRUE(threadsNamed("HXR Receive").empty());
+}
+
+}  // namespace
+}  // namespace hxr
