@@ -23,8 +23,8 @@ build() {
     local preset=$1
     shift
     cmake --preset "$preset" >/dev/null
-    cmake --build "build/$preset" -j "$jobs" ${1:+--target "$@"}
+    cmake --build "build/$preset" -j "$jobs" ${1:+--target "$@"} -- --quiet
 }
 
 compiler=(build-essential cmake ninja-build)
-test_packages=(libgtest-dev libcli11-dev)
+test_packages=(libgtest-dev libcli11-dev pkg-config)

@@ -26,8 +26,7 @@ Action channelWrite(std::uint32_t word) {
 /// Register blocks take the words behind them, which the packet's reader adds.
 Action registerBlock(std::uint32_t word) { return RegisterBlock{lowHalf(word), byteAt(word, 16), {}}; }
 
-/// A form of word: its fixed bits, as the high byte `opcode` and below it `fixed` where `fieldBits` has
-/// zeros.
+/// A form of word: its high byte, the bits below that are fields, and what the others must be.
 struct Form {
     std::uint8_t opcode;
     std::uint32_t fieldBits;

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "sim/image_layout.h"
 #include "sim/synthetic_image.h"
 
 namespace hxr::sim {
@@ -29,7 +30,7 @@ std::vector<std::uint8_t> FlashMemory::image() const { return *current(); }
 
 FlashMemory::Page FlashMemory::pageOnWire(std::uint16_t page) const {
     Page bytes;
-    bytes.fill(0xFF);
+    bytes.fill(layout::erased);
     if (!holds(page)) return bytes;
     const Image image = current();
     const std::size_t start = std::size_t{static_cast<std::uint16_t>(page - firstPage)} * pageBytes;

@@ -40,6 +40,7 @@ struct Arguments {
     bool blank = false;
     bool badChecksum = false;
     bool noFix = false;
+    bool clockFault = false;
     bool honourPauses = false;
     std::vector<std::string> faults;
     bool quiet = false;
@@ -90,6 +91,7 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                    "write the first unit's image to a file and end");
 
     app.add_flag("--no-fix", arguments.noFix, "GPS without a fix");
+    app.add_flag("--clock-fault", arguments.clockFault, "converter clocks that are not aligned");
     app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
     app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
     auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
@@ -145,6 +147,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
         options.image = imageFor(arguments, serials[i]);
         options.honourPauses = arguments.honourPauses;
         options.recordedPackets = 0;
+        if (arguments.clockFault) options.health.clockStatus = 0;
         if (arguments.noFix) options.fix = hxr::sim::GpsFix::none();
         units.push_back(std::make_unique<SimulatedUnit>(std::move(options)));
         for (const std::string& fault : arguments.faults) addFaultFromText(units.back()->faults(), fault);

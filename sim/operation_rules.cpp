@@ -15,7 +15,7 @@ namespace {
 using Breach = std::optional<std::string>;
 
 /// Timing bytes of a unit alone and of the four places in a group, master first.
-constexpr std::array<std::uint8_t, 5> timings = {0x00, 0xA2, 0x74, 0x44, 0x14};
+constexpr std::array<std::uint8_t, 5> timings = {0, 0xA2, 0x74, 0x44, 0x14};
 
 template <typename Range, typename Value>
 bool oneOf(const Range& range, Value value) {
@@ -39,14 +39,14 @@ struct FieldRules {
     }
 
     Breach operator()(const Pause& pause) const {
-        constexpr std::array<std::uint8_t, 3> modes = {0x00, 0x01, 0x83};
+        constexpr std::array<std::uint8_t, 3> modes = {0, 1, 0x83};
         if (!oneOf(modes, pause.mode)) return "pause of an impossible mode";
         return {};
     }
 
     Breach operator()(const Timebase& timebase) const {
         constexpr std::array<std::uint8_t, 3> modes = {0, 4, 8};
-        constexpr std::uint8_t bringUpMode = 0x0C;
+        constexpr std::uint8_t bringUpMode = 12;
         constexpr std::uint16_t bringUpDac = 0x9000;
         const bool bringUp = timebase.mode == bringUpMode && timebase.dac == bringUpDac;
         if (!bringUp && !oneOf(modes, timebase.mode)) return "timebase word of an impossible mode";
@@ -83,7 +83,7 @@ struct FieldRules {
     }
 
     Breach operator()(const InputSelect& select) const {
-        constexpr std::uint32_t possibleBits = 0xFFF;
+        constexpr std::uint32_t possibleBits = (1u << 12) - 1;
         if ((select.inputs & ~possibleBits) != 0) return "capture input selection with impossible bits";
         return {};
     }

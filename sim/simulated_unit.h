@@ -34,7 +34,8 @@ struct UnitOptions {
     bool honourPauses = false;
     /// Replies leave at the pace of a 10-gigabit line at most.
     bool paced = true;
-    std::size_t recordedPackets = 100'000;
+    /// So many of the latest datagrams are kept whole in the recording, 2 KiB each.
+    std::size_t recordedPackets = 10'000;
 };
 
 /// One simulated receiver unit on the wire: a control and a data socket, and a thread that runs the command

@@ -4,6 +4,7 @@
 #include <bit>
 #include <chrono>
 #include <span>
+#include <thread>
 
 namespace hxr {
 namespace {
@@ -19,6 +20,11 @@ constexpr int collectBatch = 64;
 // Datagrams that the mover takes at a time: enough to make the system call cheap, and little enough to be
 // seen by the collector soon.
 constexpr std::size_t moverBatch = 32;
+
+// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each.
+// Even a socket buffer of the smallest usual limit, 25 datagrams, lasts three times as long at the pace of
+// the line.
+constexpr std::chrono::microseconds moverRest{50};
 
 // A buffer's room, brought up to the next 64 bytes so that every buffer starts aligned.
 constexpr std::size_t bufferStride =
@@ -280,11 +286,14 @@ void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& 
         if (takingBack_ != 0) moverPaused_.notify_all();
         if (socket_ != socket) return;
         publishArrived(std::span(places).first(got));
-        if (got < wanted) {
-            lock.unlock();
+        if (got == wanted) continue;
+        lock.unlock();
+        if (got > 0 && wanted == moverBatch) {
+            std::this_thread::sleep_for(moverRest);
+        } else {
             socket->waitReceivable();
-            lock.lock();
         }
+        lock.lock();
     }
 }
 

@@ -1,6 +1,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -44,9 +45,11 @@ struct SchedulingAttributes {
     std::uint64_t sliceNs, deadlineNs, periodNs;
 };
 
-/// Gives the calling thread real time at a low level or, where that isn't permitted, the short time slice of
-/// a thread that runs for a moment and soon: the scheduler then lets it in ahead of threads with long slices.
+/// Lets the calling thread's pauses end on time, and gives it real time at a low level or, where that isn't
+/// permitted, the short time slice of a thread that runs for a moment and soon: the scheduler then lets it in
+/// ahead of threads with long slices.
 void becomeTimeCritical() {
+    ::prctl(PR_SET_TIMERSLACK, 1UL);
     sched_param level{};
     level.sched_priority = lowRealTimeLevel;
     if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &level) == 0) return;

@@ -1,0 +1,66 @@
+// Connects to a unit and prints who it is and how it is:  identity HOST_ADDRESS UNIT_ADDRESS PORT
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+#include "hxr_api.h"
+
+namespace {
+
+struct HealthValue {
+    const char* name;
+    const char* unit;
+};
+
+constexpr HealthValue healthValues[] = {
+    {"supply", "V"},
+    {"rail 2", "V"},
+    {"rail 1", "V"},
+    {"rail 3", "V"},
+    {"FPGA temperature", "\u00b0C"},
+    {"temperature C", "\u00b0C"},
+    {"temperature A", "\u00b0C"},
+    {"temperature B", "\u00b0C"},
+    {"reading Q8", ""},
+    {"reading A", ""},
+    {"reading B", ""},
+};
+
+int fail(const char* what, HXRStatus status) {
+    std::fprintf(stderr, "%s: %s\n", what, hxrGetErrorString(status));
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: %s HOST_ADDRESS UNIT_ADDRESS PORT\n", argv[0]);
+        return 2;
+    }
+    int handle = -1;
+    const auto begin = std::chrono::steady_clock::now();
+    const HXRStatus connected =
+        hxrConnectDevice(&handle, argv[1], argv[2], static_cast<std::uint16_t>(std::atoi(argv[3])));
+    if (connected < 0) return fail("connect", connected);
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+    std::printf("connected in     %8.1f ms: %s\n", took.count(), hxrGetErrorString(connected));
+
+    int serial = 0, version = 0, same = 0, second = 0, channels = 0;
+    std::uint32_t calDate = 0;
+    hxrGetSerialNumber(handle, &serial);
+    hxrGetFirmwareVersion(handle, &version, &same, &second);
+    hxrGetCalDate(handle, &calDate);
+    hxrGetChannelCount(handle, &channels);
+    std::printf("serial number    %8d\nfirmware         %8d, %d\n", serial, version, second);
+    std::printf("calibration date %8u\nchannels         %8d\n", static_cast<unsigned>(calDate), channels);
+
+    float health[11];
+    const HXRStatus read = hxrGetFullDeviceDiagnostics(handle, health);
+    if (read < 0) return fail("health", read);
+    for (int i = 0; i < 11; ++i) {
+        std::printf("%-16s %8.3f %s\n", healthValues[i].name, static_cast<double>(health[i]), healthValues[i].unit);
+    }
+    return hxrCloseDevice(handle) == hxrNoError ? 0 : 1;
+}

@@ -1,0 +1,124 @@
+#include "sim/sequencer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace hxr::sim {
+namespace {
+
+class WrittenDown : public SequencerOutputs {
+  public:
+    void sendStatus() override { text += "status;"; }
+    void sendPage(std::uint16_t page) override { text += "page " + std::to_string(page) + ";"; }
+    void sendSamples(std::uint32_t count) override { text += "samples " + std::to_string(count) + ";"; }
+    void pause(std::uint16_t ticks) override { text += "pause " + std::to_string(ticks) + ";"; }
+
+    std::string text;
+};
+
+struct SequencerTest : ::testing::Test {
+    RuleBook rules;
+    WrittenDown outputs;
+    Sequencer sequencer{rules, outputs};
+};
+
+using Words = std::vector<std::uint32_t>;
+
+TEST_F(SequencerTest, FindsNoFaultInSequencesOfASoundHost) {
+    const Words packets[] = {
+        {0x0E000000},
+        {0x04010007, 1700000000, 0, 0, 0, 0, 0x04010005, 1699920000, 0, 0, 0, 0},
+        {0x0F000100, 0x1F000001, 0x05000001, 0, 0},
+        {0x1E000080, 0x12000001},
+        {0x0F000100, 0x1F000000, 0x05000001, 0, 0},
+        {0x5103FFD0, 0x5104FF07, 0x4C000000, 0x05004000, 0, 0, 0x4B189000, 0x0B0C9000},
+        {0x84000000, 0x81000803, 0xC4000000, 0xB300C1E0, 0xF1000000, 0x0100000F},
+        {0x04040320, 0xC0A80202, 0x137F0001, 0x5E000001, 0x12345678, 0, 0},
+        {0x92183333, 0x93001F60, 0x91000008, 0x94001529, 0x52000100, 0x5100FF88, 1, 1, 0x4C000000, 0x05000009,
+         0, 0},
+        {0x04020300, 0, 0x00300000, 0, 0, 0x13000001, 0x05012710, 0, 0, 0x12000004, 0x058303E8, 0, 0,
+         0x11000008},
+        {0x0F003370, 0x0F00330F, 0x0F00324E, 0x0F00110F, 0x0F003040},
+    };
+    for (const Words& packet : packets) sequencer.runControlPacket(packet);
+    EXPECT_TRUE(rules.lines().empty()) << rules.lines().front();
+    EXPECT_EQ(outputs.text,
+              "pause 1;page 128;pause 1;pause 16384;pause 9;pause 10000;samples 4;pause 1000;status;");
+}
+
+TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
+    const struct {
+        const char* rule;
+        Words words;
+    } cases[] = {
+        {"group timing", {0x01B20008}},
+        {"strobe mask", {0x01000005}},
+        {"empty block", {0x04000020, 0, 0}},
+        {"cut block", {0x04050020, 1, 2}},
+        {"filler behind one register", {0x04010005, 9, 0, 0, 0, 0x4C000000}},
+        {"filler behind a block", {0x04020005, 9, 9, 0, 0x4C000000}},
+        {"filler behind a pause", {0x05000001, 0, 0x4C000000}},
+        {"pause mode", {0x05020001, 0, 0}},
+        {"timebase mode", {0x0B010000}},
+        {"timebase bring-up value", {0x0B0C9001}},
+        {"fan", {0x0C0201C4}},
+        {"stream start", {0x0EA2137F}},
+        {"route bits", {0x0F000400}},
+        {"focus input", {0x0F003120}},
+        {"focus input streamed", {0x0F003141}},
+        {"input selection", {0x13001000}},
+        {"empty capture", {0x12000000}},
+        {"latch position", {0x1D000003}},
+        {"page outside flash mode", {0x1E000080}},
+        {"flash mode without its route", {0x0F003200, 0x1F000001, 0x0F000100, 0x1F000000}},
+        {"read without a page", {0x0F000100, 0x1F000001, 0x12000001, 0x1F000000}},
+        {"two pages at once", {0x0F000100, 0x1F000001, 0x1E000080, 0x12000002, 0x1F000000}},
+        {"page below the image", {0x0F000100, 0x1F000001, 0x1E00007F, 0x12000001, 0x1F000000}},
+        {"page above the image", {0x0F000100, 0x1F000001, 0x1E000480, 0x12000001, 0x1F000000}},
+        {"pattern length", {0x20001000}},
+        {"expander register", {0x51084040}},
+        {"expander mask", {0x51044060}},
+    };
+    for (const auto& test : cases) {
+        rules.clear();
+        sequencer.runControlPacket(test.words);
+        EXPECT_EQ(rules.brokenRules(), 1u) << test.rule;
+        EXPECT_EQ(rules.unknownWords(), 0u) << test.rule;
+    }
+}
+
+TEST_F(SequencerTest, KeepsRegistersChipsAndModes) {
+    sequencer.runControlPacket(Words{0x04030300, 11, 12, 13, 0, 0, 0x41002505, 0x5104FF0F, 0x51046020,
+                                     0x51040C00, 0x92183333, 0x90002B83, 0x0B041234, 0x04020020, 21, 22, 0, 0,
+                                     0x0E010000});
+    const UnitState state = sequencer.state();
+    EXPECT_EQ(state.registers.read(0x302), 13u);
+    EXPECT_EQ(state.registers.read(0x303), std::nullopt);
+    EXPECT_EQ(state.registers.read(0x20), std::nullopt) << "what goes to the GPS chip stays in no register";
+    ASSERT_EQ(state.gpsMessages.size(), 1u);
+    EXPECT_EQ(state.gpsMessages[0], (Words{21, 22}));
+    EXPECT_EQ(state.chips.chipRegister(0x41, 0x25), 5);
+    EXPECT_EQ(state.chips.chipRegister(0x42, 0x25), std::nullopt);
+    EXPECT_EQ(state.chips.channelRegister(9, 2, 0x18), 0x3333u);
+    EXPECT_EQ(state.chips.channelRegister(9, 0, 0x2B), 0x83u);
+    EXPECT_EQ(state.expander[4], 0x23);
+    EXPECT_EQ(state.timebaseDac, 0x1234);
+    EXPECT_TRUE(state.streaming);
+}
+
+TEST_F(SequencerTest, GivesSamplesOnTheDataSocketOnlyWhileAStreamRuns) {
+    sequencer.runDataPacket(Words{0x43660040});
+    EXPECT_EQ(rules.brokenRules(), 1u);
+    sequencer.runControlPacket(Words{0x0E01137F});
+    sequencer.runDataPacket(Words{0x43660040, 0, 0});
+    sequencer.runDataPacket(Words{0x11000008});
+    EXPECT_EQ(outputs.text, "samples 64;");
+    EXPECT_EQ(rules.brokenRules(), 1u);
+    EXPECT_EQ(rules.unknownWords(), 1u);
+}
+
+}  // namespace
+}  // namespace hxr::sim

@@ -1,0 +1,292 @@
+#include "sim/simulated_unit.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "plain_socket.h"
+#include "sim/fault_text.h"
+
+namespace hxr::sim {
+namespace {
+
+using testing::ownAddress;
+using testing::PlainSocket;
+using namespace std::chrono_literals;
+
+constexpr std::uint16_t controlPort = 5000;
+constexpr std::uint16_t dataPort = 4991;
+constexpr auto aMoment = 30ms;
+
+using Words = std::vector<std::uint32_t>;
+const Words statusRequest = {0x11000008};
+const Words flashModeOn = {0x0F000100, 0x1F000001, 0x05000001, 0, 0};
+
+UnitOptions optionsAt(const std::string& address) {
+    UnitOptions options;
+    options.address = address;
+    // The words of the image are their own numbers.
+    options.image.resize(imageBytes);
+    for (std::size_t i = 0; i < imageBytes; ++i) {
+        options.image[i] = static_cast<std::uint8_t>(i / 4 >> (8 * (i % 4)));
+    }
+    return options;
+}
+
+struct SimulatedUnitTest : ::testing::Test {
+    void SetUp() override { unit.start(); }
+
+    void send(const Words& words) { host.sendWords(words, unit.address(), controlPort); }
+    /// The number of datagrams that a request of one status brings.
+    std::size_t repliesToStatus() {
+        send(statusRequest);
+        std::size_t count = host.receive().has_value() ? 1 : 0;
+        while (host.receive(aMoment)) ++count;
+        return count;
+    }
+    Words pageRequest(std::uint32_t page) { return {0x1E000000 | page, 0x12000001}; }
+
+    SimulatedUnit unit{optionsAt(ownAddress())};
+    std::string hostAddress = ownAddress();
+    PlainSocket host{hostAddress, controlPort};
+};
+
+TEST_F(SimulatedUnitTest, AnswersWhereTheRequestCameFrom) {
+    PlainSocket other(ownAddress(), 6001);
+    other.sendWords(statusRequest, unit.address(), controlPort);
+    const auto record = other.receive();
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->bytes.size(), statusRecordBytes);
+    EXPECT_EQ(record->fromAddress, unit.address());
+    EXPECT_EQ(record->fromPort, controlPort);
+    EXPECT_FALSE(host.receive(aMoment));
+    EXPECT_EQ(unit.recording().counts().statusReplies, 1u);
+}
+
+TEST_F(SimulatedUnitTest, ServesFlashPagesWithTheBytesOfEachWordReversed) {
+    send(flashModeOn);
+    for (const std::uint32_t page : {128u, 193u, 1151u}) {
+        send(pageRequest(page));
+        const auto datagram = host.receive();
+        ASSERT_TRUE(datagram);
+        ASSERT_EQ(datagram->bytes.size(), 8216u);
+        EXPECT_EQ(datagram->bytes[0] >> 4, 1) << "a data packet";
+        EXPECT_EQ(datagram->bytes[2] << 8 | datagram->bytes[3], 2054);
+        for (std::uint32_t i = 0; i < 2048; ++i) {
+            const std::uint8_t* word = datagram->bytes.data() + 20 + 4 * i;
+            const std::uint32_t mostSignificantFirst = std::uint32_t{word[0]} << 24 |
+                                                       std::uint32_t{word[1]} << 16 |
+                                                       std::uint32_t{word[2]} << 8 | word[3];
+            ASSERT_EQ(mostSignificantFirst, (page - 128) * 2048 + i);
+        }
+    }
+    EXPECT_EQ(unit.recording().pagesServed(),
+              (std::map<std::uint16_t, std::size_t>{{128, 1}, {193, 1}, {1151, 1}}));
+    EXPECT_TRUE(unit.breaches().empty());
+}
+
+TEST_F(SimulatedUnitTest, RecordsWhatItWasSent) {
+    send({0x4C000000, 0, 0x51044040});
+    send({0x90002B83});
+    ASSERT_TRUE(unit.recording().waitForPackets(2, 10s));
+    EXPECT_EQ(unit.recording().words(), (Words{0x4C000000, 0x51044040, 0x90002B83}));
+    EXPECT_EQ(unit.recording().packets().front().content(), (Words{0x4C000000, 0, 0x51044040}));
+    EXPECT_EQ(unit.recording().packets().front().sender, Endpoint::of(hostAddress, controlPort));
+    EXPECT_EQ(unit.recording().operations().size(), 3u);
+    unit.clearRecording();
+    EXPECT_EQ(unit.recording().counts().packets, 0u);
+    EXPECT_FALSE(unit.recording().waitForPackets(1, 1ms));
+}
+
+TEST_F(SimulatedUnitTest, CountsUnknownWordsAndDatagramsOfAWrongLength) {
+    send({0x02000000, 0x11000008});
+    ASSERT_TRUE(host.receive()) << "the words behind an unknown one still run";
+    host.sendBytes(std::vector<std::uint8_t>(2047), unit.address(), controlPort);
+    ASSERT_TRUE(unit.recording().waitForPackets(2, 10s));
+    EXPECT_EQ(unit.unknownWords(), 1u);
+    EXPECT_EQ(unit.brokenRules(), 1u);
+    EXPECT_EQ(unit.breaches().size(), 2u);
+    unit.clearBreaches();
+    EXPECT_EQ(unit.unknownWords() + unit.brokenRules(), 0u);
+}
+
+TEST_F(SimulatedUnitTest, SendsAsManySampleDatagramsAsACaptureAsksFor) {
+    send({0x12000028, 0x11000008});
+    for (int i = 0; i < 40; ++i) {
+        const auto samples = host.receive();
+        ASSERT_TRUE(samples);
+        ASSERT_EQ(samples->bytes.size(), 8216u);
+        EXPECT_EQ(samples->bytes[1] & 15, i % 16) << "the packet count";
+    }
+    const auto status = host.receive();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->bytes.size(), statusRecordBytes);
+}
+
+TEST_F(SimulatedUnitTest, ReportsTheTimebaseThatItWasSet) {
+    send({0x0B08ABCD, 0x11000008});
+    const auto record = host.receive();
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->bytes[288] | record->bytes[289] << 8, 0xABCD);
+    EXPECT_EQ(record->bytes[309] & 2, 2) << "mode 8 and a good fix: disciplined";
+}
+
+TEST_F(SimulatedUnitTest, HarmsJustTheRepliesThatAFaultIsMeantFor) {
+    unit.faults().add({.kind = ReplyKind::status, .skip = 1}, ReplyFault::lose());
+    unit.faults().add({.kind = ReplyKind::page}, ReplyFault::lose());
+    EXPECT_EQ(repliesToStatus(), 1u);
+    send(statusRequest);
+    EXPECT_FALSE(host.receive(aMoment));
+    EXPECT_EQ(repliesToStatus(), 1u);
+    EXPECT_EQ(unit.faults().hits(), 1u);
+
+    unit.faults().clear();
+    unit.faults().add({.kind = ReplyKind::page, .page = 130, .times = ReplyMatch::always},
+                      ReplyFault::setLength(8215));
+    send(flashModeOn);
+    for (const auto& [page, length] : {std::pair{129u, 8216u}, {130u, 8215u}, {130u, 8215u}, {131u, 8216u}}) {
+        send(pageRequest(page));
+        const auto datagram = host.receive();
+        ASSERT_TRUE(datagram);
+        EXPECT_EQ(datagram->bytes.size(), length) << page;
+    }
+}
+
+TEST_F(SimulatedUnitTest, BringsEachKindOfDamageToAReply) {
+    const struct {
+        const char* fault;
+        std::function<bool(const PlainSocket::Datagram&)> seen;
+    } cases[] = {
+        {"status:length=0", [](const auto& d) { return d.bytes.empty(); }},
+        {"any:length=9001", [](const auto& d) { return d.bytes.size() == 9001; }},
+        {"status:magic=0x52000051", [](const auto& d) { return d.bytes[0] == 0x51; }},
+        {"status:corrupt=12^0xFF", [](const auto& d) { return d.bytes[12] == 0xFF; }},
+        {"status:from=127.0.0.1/0", [](const auto& d) { return d.fromAddress == "127.0.0.1"; }},
+        {"any:delay=40", [](const auto&) { return true; }},
+    };
+    for (const auto& test : cases) {
+        addFaultFromText(unit.faults(), test.fault);
+        const auto begin = std::chrono::steady_clock::now();
+        send(statusRequest);
+        const auto reply = host.receive();
+        ASSERT_TRUE(reply) << test.fault;
+        EXPECT_TRUE(test.seen(*reply)) << test.fault;
+        if (std::string(test.fault) == "any:delay=40") {
+            EXPECT_GE(std::chrono::steady_clock::now() - begin, 40ms);
+        }
+    }
+    EXPECT_EQ(unit.faults().hits(), std::size(cases));
+    addFaultFromText(unit.faults(), "status:duplicate");
+    EXPECT_EQ(repliesToStatus(), 2u);
+    EXPECT_TRUE(unit.breaches().empty());
+}
+
+TEST_F(SimulatedUnitTest, LetsRepliesOvertakeOneThatIsSwappedOrDelayed) {
+    send(flashModeOn);
+    for (const char* fault : {"page:swap", "page:delay=40"}) {
+        addFaultFromText(unit.faults(), fault);
+        send({0x1E000080, 0x12000001, 0x11000008});
+        const auto first = host.receive();
+        const auto second = host.receive();
+        ASSERT_TRUE(first && second);
+        EXPECT_EQ(first->bytes.size(), statusRecordBytes) << fault;
+        EXPECT_EQ(second->bytes.size(), 8216u) << fault;
+    }
+}
+
+TEST_F(SimulatedUnitTest, FallsSilentInTheMiddleUntilRevived) {
+    unit.faults().silenceAfterReplies(2);
+    EXPECT_EQ(repliesToStatus() + repliesToStatus(), 2u);
+    EXPECT_TRUE(unit.faults().silent());
+    send(statusRequest);
+    EXPECT_FALSE(host.receive(aMoment));
+    unit.faults().revive();
+    EXPECT_EQ(repliesToStatus(), 1u);
+
+    unit.faults().silenceAfterDatagrams(1);
+    EXPECT_EQ(repliesToStatus(), 1u);
+    send(statusRequest);
+    EXPECT_FALSE(host.receive(aMoment));
+}
+
+TEST(FaultText, RefusesWhatItDoesNotKnow) {
+    FaultPlan plan;
+    for (const char* text :
+         {"", "status", "status:break", "page=x:lose", "pages:lose", "status:lose:twice", "status:lose:#0",
+          "status:corrupt=5", "status:from=nowhere", "a:b:c:d", "dies-after="}) {
+        EXPECT_THROW(addFaultFromText(plan, text), std::invalid_argument) << text;
+    }
+    EXPECT_FALSE(plan.takeReply(ReplyKind::status, {}).lost);
+}
+
+TEST_F(SimulatedUnitTest, StartsAgainAfterStopAndRefusesAnAddressInUse) {
+    SimulatedUnit second(optionsAt(unit.address()));
+    try {
+        second.start();
+        FAIL() << "two units on one address";
+    } catch (const std::system_error& error) {
+        EXPECT_NE(std::string(error.what()).find(unit.address() + ":5000"), std::string::npos)
+            << error.what();
+    }
+    EXPECT_FALSE(second.running());
+    for (int round = 0; round < 3; ++round) {
+        unit.stop();
+        unit.start();
+        EXPECT_EQ(repliesToStatus(), 1u);
+    }
+    unit.stop();
+    second.start();
+    EXPECT_EQ(repliesToStatus(), 1u);
+    EXPECT_EQ(second.recording().counts().statusReplies, 1u);
+}
+
+TEST(SimulatedUnits, ServeFourAtATimeAndEndAPauseOnStop) {
+    std::vector<std::unique_ptr<SimulatedUnit>> units;
+    PlainSocket host(ownAddress(), controlPort);
+    for (std::uint32_t i = 0; i < 4; ++i) {
+        UnitOptions options = optionsAt(ownAddress());
+        options.identity.serialNumber = 100 + i;
+        options.honourPauses = true;
+        units.push_back(std::make_unique<SimulatedUnit>(options));
+        units.back()->start();
+    }
+    for (const auto& unit : units) host.sendWords(statusRequest, unit->address(), controlPort);
+    std::map<std::string, unsigned> serials;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        const auto record = host.receive();
+        ASSERT_TRUE(record);
+        serials[record->fromAddress] = record->bytes[15];
+    }
+    for (std::uint32_t i = 0; i < 4; ++i) EXPECT_EQ(serials[units[i]->address()], 100 + i);
+
+    // 60 packets of 170 pauses of 66 ms would take eleven minutes.
+    Words pauses;
+    for (int i = 0; i < 170; ++i) pauses.insert(pauses.end(), {0x0500FFFF, 0, 0});
+    for (int i = 0; i < 60; ++i) host.sendWords(pauses, units[0]->address(), controlPort);
+    while (units[0]->recording().counts().pauseTicks == 0) std::this_thread::yield();
+    units[0]->stop();
+    EXPECT_LT(units[0]->recording().counts().packetsDone, 60u);
+}
+
+TEST(SimulatedUnits, RefuseImpossibleOptions) {
+    UnitOptions options = optionsAt("nowhere");
+    EXPECT_THROW(SimulatedUnit{options}, std::invalid_argument);
+    options = optionsAt(ownAddress());
+    options.controlPort = dataPort;
+    EXPECT_THROW(SimulatedUnit{options}, std::invalid_argument);
+    options = optionsAt(ownAddress());
+    options.image.pop_back();
+    EXPECT_THROW(SimulatedUnit{options}, std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace hxr::sim
