@@ -60,7 +60,8 @@ int main(int argc, char** argv) {
     const HXRStatus read = hxrGetFullDeviceDiagnostics(handle, health);
     if (read < 0) return fail("health", read);
     for (int i = 0; i < 11; ++i) {
-        std::printf("%-16s %8.3f %s\n", healthValues[i].name, static_cast<double>(health[i]), healthValues[i].unit);
+        std::printf("%-16s %8.3f %s\n", healthValues[i].name, static_cast<double>(health[i]),
+                    healthValues[i].unit);
     }
     return hxrCloseDevice(handle) == hxrNoError ? 0 : 1;
 }
