@@ -90,6 +90,15 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
     }
 }
 
+TEST_F(SequencerTest, CountsWordsThatNearlyAreOnes) {
+    for (const std::uint32_t word : {0x02000000U, 0x06025169U, 0x0F010100U, 0x11000009U, 0x1F000002U,
+                                     0x46000000U, 0x4C000001U, 0x52001000U, 0x95000000U}) {
+        rules.clear();
+        sequencer.runControlPacket(Words{word});
+        EXPECT_EQ(rules.unknownWords(), 1u) << std::hex << word;
+    }
+}
+
 TEST_F(SequencerTest, KeepsRegistersChipsAndModes) {
     sequencer.runControlPacket(Words{0x04030300, 11, 12, 13, 0, 0, 0x41002505, 0x5104FF0F, 0x51046020,
                                      0x51040C00, 0x92183333, 0x90002B83, 0x0B041234, 0x04020020, 21, 22, 0, 0,

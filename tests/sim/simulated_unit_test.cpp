@@ -34,11 +34,7 @@ const Words flashModeOn = {0x0F000100, 0x1F000001, 0x05000001, 0, 0};
 UnitOptions optionsAt(const std::string& address) {
     UnitOptions options;
     options.address = address;
-    // The words of the image are their own numbers.
-    options.image.resize(imageBytes);
-    for (std::size_t i = 0; i < imageBytes; ++i) {
-        options.image[i] = static_cast<std::uint8_t>(i / 4 >> (8 * (i % 4)));
-    }
+    options.image = makeBlankImage();
     return options;
 }
 
@@ -53,59 +49,10 @@ struct SimulatedUnitTest : ::testing::Test {
         while (host.receive(aMoment)) ++count;
         return count;
     }
-    Words pageRequest(std::uint32_t page) { return {0x1E000000 | page, 0x12000001}; }
 
     SimulatedUnit unit{optionsAt(ownAddress())};
-    std::string hostAddress = ownAddress();
-    PlainSocket host{hostAddress, controlPort};
+    PlainSocket host{ownAddress(), controlPort};
 };
-
-TEST_F(SimulatedUnitTest, AnswersWhereTheRequestCameFrom) {
-    PlainSocket other(ownAddress(), 6001);
-    other.sendWords(statusRequest, unit.address(), controlPort);
-    const auto record = other.receive();
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->bytes.size(), statusRecordBytes);
-    EXPECT_EQ(record->fromAddress, unit.address());
-    EXPECT_EQ(record->fromPort, controlPort);
-    EXPECT_FALSE(host.receive(aMoment));
-    EXPECT_EQ(unit.recording().counts().statusReplies, 1u);
-}
-
-TEST_F(SimulatedUnitTest, ServesFlashPagesWithTheBytesOfEachWordReversed) {
-    send(flashModeOn);
-    for (const std::uint32_t page : {128u, 193u, 1151u}) {
-        send(pageRequest(page));
-        const auto datagram = host.receive();
-        ASSERT_TRUE(datagram);
-        ASSERT_EQ(datagram->bytes.size(), 8216u);
-        EXPECT_EQ(datagram->bytes[0] >> 4, 1) << "a data packet";
-        EXPECT_EQ(datagram->bytes[2] << 8 | datagram->bytes[3], 2054);
-        for (std::uint32_t i = 0; i < 2048; ++i) {
-            const std::uint8_t* word = datagram->bytes.data() + 20 + 4 * i;
-            const std::uint32_t mostSignificantFirst = std::uint32_t{word[0]} << 24 |
-                                                       std::uint32_t{word[1]} << 16 |
-                                                       std::uint32_t{word[2]} << 8 | word[3];
-            ASSERT_EQ(mostSignificantFirst, (page - 128) * 2048 + i);
-        }
-    }
-    EXPECT_EQ(unit.recording().pagesServed(),
-              (std::map<std::uint16_t, std::size_t>{{128, 1}, {193, 1}, {1151, 1}}));
-    EXPECT_TRUE(unit.breaches().empty());
-}
-
-TEST_F(SimulatedUnitTest, RecordsWhatItWasSent) {
-    send({0x4C000000, 0, 0x51044040});
-    send({0x90002B83});
-    ASSERT_TRUE(unit.recording().waitForPackets(2, 10s));
-    EXPECT_EQ(unit.recording().words(), (Words{0x4C000000, 0x51044040, 0x90002B83}));
-    EXPECT_EQ(unit.recording().packets().front().content(), (Words{0x4C000000, 0, 0x51044040}));
-    EXPECT_EQ(unit.recording().packets().front().sender, Endpoint::of(hostAddress, controlPort));
-    EXPECT_EQ(unit.recording().operations().size(), 3u);
-    unit.clearRecording();
-    EXPECT_EQ(unit.recording().counts().packets, 0u);
-    EXPECT_FALSE(unit.recording().waitForPackets(1, 1ms));
-}
 
 TEST_F(SimulatedUnitTest, CountsUnknownWordsAndDatagramsOfAWrongLength) {
     send({0x02000000, 0x11000008});
@@ -130,35 +77,6 @@ TEST_F(SimulatedUnitTest, SendsAsManySampleDatagramsAsACaptureAsksFor) {
     const auto status = host.receive();
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes.size(), statusRecordBytes);
-}
-
-TEST_F(SimulatedUnitTest, ReportsTheTimebaseThatItWasSet) {
-    send({0x0B08ABCD, 0x11000008});
-    const auto record = host.receive();
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->bytes[288] | record->bytes[289] << 8, 0xABCD);
-    EXPECT_EQ(record->bytes[309] & 2, 2) << "mode 8 and a good fix: disciplined";
-}
-
-TEST_F(SimulatedUnitTest, HarmsJustTheRepliesThatAFaultIsMeantFor) {
-    unit.faults().add({.kind = ReplyKind::status, .skip = 1}, ReplyFault::lose());
-    unit.faults().add({.kind = ReplyKind::page}, ReplyFault::lose());
-    EXPECT_EQ(repliesToStatus(), 1u);
-    send(statusRequest);
-    EXPECT_FALSE(host.receive(aMoment));
-    EXPECT_EQ(repliesToStatus(), 1u);
-    EXPECT_EQ(unit.faults().hits(), 1u);
-
-    unit.faults().clear();
-    unit.faults().add({.kind = ReplyKind::page, .page = 130, .times = ReplyMatch::always},
-                      ReplyFault::setLength(8215));
-    send(flashModeOn);
-    for (const auto& [page, length] : {std::pair{129u, 8216u}, {130u, 8215u}, {130u, 8215u}, {131u, 8216u}}) {
-        send(pageRequest(page));
-        const auto datagram = host.receive();
-        ASSERT_TRUE(datagram);
-        EXPECT_EQ(datagram->bytes.size(), length) << page;
-    }
 }
 
 TEST_F(SimulatedUnitTest, BringsEachKindOfDamageToAReply) {

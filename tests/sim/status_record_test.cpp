@@ -31,44 +31,6 @@ Record compose(const Health& health, const GpsFix& fix = {}, TimebaseReport time
                                 std::chrono::sys_days{std::chrono::year{2031} / 2 / 3})};
 }
 
-TEST(StatusRecord, HoldsWhatTheUnitIs) {
-    const Record record = compose({});
-    EXPECT_EQ(record.at(0, 4), 0x52000050u);
-    EXPECT_EQ(record.at(12, 4), 0x04030201u) << "the serial number's most significant byte comes first";
-    EXPECT_EQ(record.at(280, 2), 513u);
-    EXPECT_EQ(record.at(282, 2), 1027u);
-    EXPECT_EQ(record.at(312, 2), 0xA1B2u);
-    EXPECT_EQ(record.at(316, 4), 0xC3D4E5F6u);
-}
-
-TEST(StatusRecord, ReadsBackWithinHalfAStepOfEachField) {
-    Health health;
-    health.supplyVolts = 11.87;
-    health.railX5Volts = 5.03;
-    health.railX1Volts = 0.9506;
-    health.railX2Volts = 3.299;
-    health.readingA = 3.14159;
-    health.readingB = 0.00004;
-    health.readingQ8 = 200.123;
-    health.fpgaTemperature = -12.3;
-    const Record record = compose(health);
-    const struct {
-        std::size_t offset;
-        double step;
-        double shift;
-        double value;
-    } fields[] = {
-        {272, 0.011, 0, health.supplyVolts},    {274, 0.005, 0, health.railX5Volts},
-        {276, 0.001, 0, health.railX1Volts},    {278, 0.002, 0, health.railX2Volts},
-        {296, 0.0001, 0, health.readingB},      {298, 0.0001, 0, health.readingA},
-        {300, 0.00390625, 0, health.readingQ8}, {302, 0.6767578125, -265.0, health.fpgaTemperature},
-    };
-    for (const auto& field : fields) {
-        const double read = record.at(field.offset, 2) * field.step + field.shift;
-        EXPECT_LE(std::abs(read - field.value), 0.5001 * field.step) << "at " << field.offset;
-    }
-}
-
 TEST(StatusRecord, RoundsTemperaturesToQuartersOnBothSidesOfZero) {
     const struct {
         double given;
