@@ -1,0 +1,48 @@
+/// What a kernel set provides: one function for each operation, for one instruction set. Complex arrays are
+/// given as their floats; counts are 1 or more and in elements of the operation.
+#pragma once
+
+#include <cstdint>
+
+namespace hxr {
+
+struct KernelTable {
+    int lanes;  ///< floats in a vector
+
+    void (*mulConstF32)(const float* src, float k, float* dst, int n);
+    void (*addConstF32)(const float* src, float k, float* dst, int n);
+    void (*addF32)(const float* a, const float* b, float* dst, int n);
+    void (*maxF32)(const float* a, const float* b, float* dst, int n);
+    void (*minF32)(const float* a, const float* b, float* dst, int n);
+    void (*sqrF32)(const float* src, float* dst, int n);
+    void (*sqrtF32)(const float* src, float* dst, int n);
+    void (*lnF32)(const float* src, float* dst, int n);
+    void (*expF32)(const float* src, float* dst, int n);
+    void (*mulF64)(const double* a, const double* b, double* dst, int n);
+
+    void (*mulCf32)(const float* a, const float* b, float* dst, int n);
+    void (*mulConstCf32)(const float* src, float re, float im, float* dst, int n);
+    void (*magnitudeCf32)(const float* src, float* dst, int n);
+    void (*powerCf32)(const float* src, float* dst, int n);
+    void (*mulCf64)(const double* a, const double* b, double* dst, int n);
+
+    void (*sumF64)(const double* src, int n, double* sum);
+    void (*sumCf32)(const float* src, int n, float* sum);
+    void (*flip32)(const float* src, float* dst, int n);
+
+    void (*i16ToF32)(const std::int16_t* src, float factor, float* dst, int n);
+    void (*f32ToI16Nearest)(const float* src, float factor, std::int16_t* dst, int n);
+    void (*f32ToI16Truncated)(const float* src, float factor, std::int16_t* dst, int n);
+};
+
+namespace baseline {
+extern const KernelTable kernelTable;
+}
+namespace avx2 {
+extern const KernelTable kernelTable;
+}
+namespace avx512 {
+extern const KernelTable kernelTable;
+}
+
+}  // namespace hxr
