@@ -72,7 +72,7 @@ const Row rows[] = {
     {"logarithm (VOLK's to base 2)", [](Buffers& x) { dspLnF32(x.a.data(), x.ours.data(), x.count); },
      [](Buffers& x) { volk_32f_log2_32f(x.theirs.data(), x.a.data(), x.size()); }},
     {"exponential", [](Buffers& x) { dspExpF32(x.a.data(), x.ours.data(), x.count); },
-     [](Buffers& x) { volk_32f_expfast_32f(x.theirs.data(), x.a.data(), x.size()); }},
+     [](Buffers& x) { volk_32f_exp_32f(x.theirs.data(), x.a.data(), x.size()); }},
     {"multiply by a constant", [](Buffers& x) { dspMulConstF32(x.a.data(), 4.34F, x.ours.data(), x.count); },
      [](Buffers& x) { volk_32f_s32f_multiply_32f(x.theirs.data(), x.a.data(), 4.34F, x.size()); }},
     {"add", [](Buffers& x) { dspAddF32(x.a.data(), x.b.data(), x.ours.data(), x.count); },

@@ -6,7 +6,6 @@ namespace hxr::HXR_KERNEL_SET {
 // ln 2 in two pieces; the first has so few bits that its product with an exponent is exact.
 inline constexpr float ln2High = 0.693359375F;
 inline constexpr float ln2Low = -2.12194440e-4F;
-inline constexpr float leastNormal = 0x1p-126F;
 
 template <int count>
 HXR_SIMD F32 polynomial(F32 x, const float (&coefficients)[count]) {
@@ -15,37 +14,76 @@ HXR_SIMD F32 polynomial(F32 x, const float (&coefficients)[count]) {
     return sum;
 }
 
-/// ln(x 2^exponent) for normal positive x: with x = m 2^k, m from sqrt(1/2) to sqrt(2), and f = m - 1,
-/// ln x = k ln 2 + f + f^2 Q(f).
-HXR_SIMD F32 lnOfNormal(F32 x, F32 exponent) {
-    static constexpr float q[] = {-0.499999916066F, 0.333339502136F, -0.250017552204F, 0.199620724231F,
-                                  -0.165705091676F, 0.149179717572F, -0.143075143847F, 0.0873483920359F};
+/// A positive float as m 2^k, m from sqrt(1/2) to sqrt(2); of a float that isn't normal only k means
+/// anything.
+struct Split {
+    I32 bits, k;
+};
+HXR_SIMD Split splitOf(F32 x) {
     const I32 bits = bitsOf(x);
-    const I32 k = shiftRight<23>(bits - splatInt(__builtin_bit_cast(int, 0.70710678F)));
-    const F32 f = fromBits(bits - shiftLeft<23>(k)) - splat(1.0F);
-    const F32 scale = toFloat(k) + exponent;
-    const F32 rest = mulAdd(f * f, polynomial(f, q), f);
-    return mulAdd(scale, splat(ln2High), mulAdd(scale, splat(ln2Low), rest));
+    return {bits, shiftRight<23>(bits - splatInt(__builtin_bit_cast(int, 0.70710678F)))};
 }
 
-/// Zeros, denormals, negative values, infinities and NaN among the lanes.
-[[gnu::noinline]] static F32 lnOfAnything(F32 x) {
+/// ln(m 2^scale) of several vectors: with f = m - 1, it is scale ln 2 + f + f^2 Q(f). Q is summed in pairs of
+/// terms and the vectors advance side by side, since the latency of one long chain would leave the
+/// multipliers idle.
+template <int count>
+HXR_SIMD void lnOf(const Split (&x)[count], const F32 (&scale)[count], F32 (&result)[count]) {
+    static constexpr float q[] = {-0.499999916066F, 0.333339502136F, -0.250017552204F, 0.199620724231F,
+                                  -0.165705091676F, 0.149179717572F, -0.143075143847F, 0.0873483920359F};
+    F32 f[count], f2[count], low[count], high[count];
+    for (int u = 0; u < count; ++u) f[u] = fromBits(x[u].bits - shiftLeft<23>(x[u].k)) - splat(1.0F);
+    for (int u = 0; u < count; ++u) f2[u] = f[u] * f[u];
+    for (int u = 0; u < count; ++u) high[u] = mulAdd(f[u], splat(q[7]), splat(q[6]));
+    for (int u = 0; u < count; ++u) low[u] = mulAdd(f[u], splat(q[5]), splat(q[4]));
+    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], low[u]);
+    for (int u = 0; u < count; ++u) low[u] = mulAdd(f[u], splat(q[3]), splat(q[2]));
+    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], low[u]);
+    for (int u = 0; u < count; ++u) low[u] = mulAdd(f[u], splat(q[1]), splat(q[0]));
+    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], low[u]);
+    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], f[u]);
+    for (int u = 0; u < count; ++u) result[u] = mulAdd(scale[u], splat(0.693147181F), high[u]);
+}
+
+/// ln x with all that a float can be among the lanes.
+HXR_SIMD F32 lnOfAnything(F32 x) {
     const F32 zero = splat(0.0F), infinity = splat(__builtin_inff());
-    const Mask denormal = less(x, splat(leastNormal));
-    const F32 normal = select(denormal, x * splat(0x1p23F), x);
-    F32 result = lnOfNormal(normal, select(denormal, splat(-23.0F), zero));
-    result = select(less(x, infinity), result, x);  // infinity and NaN
+    const Mask denormal = less(x, splat(0x1p-126F));
+    const Split parts[1] = {splitOf(select(denormal, x * splat(0x1p23F), x))};
+    const F32 scale[1] = {toFloat(parts[0].k) + select(denormal, splat(-23.0F), zero)};
+    F32 ln[1];
+    lnOf(parts, scale, ln);
+    F32 result = select(less(x, infinity), ln[0], x);  // infinity and NaN
     result = select(equal(x, zero), splat(-__builtin_inff()), result);
     return select(less(x, zero), splat(__builtin_nanf("")), result);
 }
 
 static void lnF32(const float* src, float* dst, int n) {
-    const F32 least = splat(leastNormal), infinity = splat(__builtin_inff());
-    const auto ln = [=](F32 x) HXR_INLINE {
-        const bool normal = inAllLanes(less(x, infinity)) && !anyLane(less(x, least));
-        return __builtin_expect(normal, 1) ? lnOfNormal(x, splat(0.0F)) : lnOfAnything(x);
-    };
-    mapReal(dst, n, ln, src);
+    constexpr int block = unrolled * lanes;
+    // Powers of samples lie between 2^-100 and 2^28. Outside, k + 100 doesn't fit 7 bits, and zeros,
+    // denormals, negative values, infinities and NaN are all outside: a single test of a whole block finds
+    // them.
+    const I32 offset = splatInt(100);
+    std::ptrdiff_t i = 0;
+    while (i + block <= n) {
+        for (; i + block <= n; i += block) {
+            Split x[unrolled];
+            for (int u = 0; u < unrolled; ++u) x[u] = splitOf(load(src + i + u * lanes));
+            const I32 ranges =
+                ((x[0].k + offset) | (x[1].k + offset)) | ((x[2].k + offset) | (x[3].k + offset));
+            if (!allBelow128(ranges)) break;
+            F32 scale[unrolled], result[unrolled];
+            for (int u = 0; u < unrolled; ++u) scale[u] = toFloat(x[u].k);
+            lnOf(x, scale, result);
+            for (int u = 0; u < unrolled; ++u) store(dst + i + u * lanes, result[u]);
+        }
+        if (i + block > n) break;
+        for (int u = 0; u < unrolled; ++u)
+            store(dst + i + u * lanes, lnOfAnything(load(src + i + u * lanes)));
+        i += block;
+    }
+    mapReal(
+        dst + i, n - i, [](F32 x) HXR_INLINE { return lnOfAnything(x); }, src + i);
 }
 
 static void expF32(const float* src, float* dst, int n) {

@@ -61,9 +61,6 @@ HXR_SIMD Mask equal(F32 a, F32 b) {
 HXR_SIMD Mask both(Mask a, Mask b) {
     return {_mm256_and_ps(a.v, b.v)};
 }
-HXR_SIMD bool anyLane(Mask m) {
-    return _mm256_movemask_ps(m.v) != 0;
-}
 HXR_SIMD bool inAllLanes(Mask m) {
     return _mm256_movemask_ps(m.v) == 255;
 }
@@ -79,6 +76,12 @@ HXR_SIMD I32 operator+(I32 a, I32 b) {
 }
 HXR_SIMD I32 operator-(I32 a, I32 b) {
     return {_mm256_sub_epi32(a.v, b.v)};
+}
+HXR_SIMD I32 operator|(I32 a, I32 b) {
+    return {_mm256_or_si256(a.v, b.v)};
+}
+HXR_SIMD bool allBelow128(I32 a) {
+    return _mm256_testz_si256(a.v, _mm256_set1_epi32(-128)) != 0;
 }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {

@@ -63,9 +63,6 @@ HXR_SIMD Mask equal(F32 a, F32 b) {
 HXR_SIMD Mask both(Mask a, Mask b) {
     return {static_cast<__mmask16>(a.v & b.v)};
 }
-HXR_SIMD bool anyLane(Mask m) {
-    return m.v != 0;
-}
 HXR_SIMD bool inAllLanes(Mask m) {
     return m.v == 65535;
 }
@@ -81,6 +78,12 @@ HXR_SIMD I32 operator+(I32 a, I32 b) {
 }
 HXR_SIMD I32 operator-(I32 a, I32 b) {
     return {_mm512_sub_epi32(a.v, b.v)};
+}
+HXR_SIMD I32 operator|(I32 a, I32 b) {
+    return {_mm512_or_si512(a.v, b.v)};
+}
+HXR_SIMD bool allBelow128(I32 a) {
+    return _mm512_test_epi32_mask(a.v, _mm512_set1_epi32(-128)) == 0;
 }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {

@@ -73,9 +73,6 @@ HXR_SIMD Mask equal(F32 a, F32 b) {
 HXR_SIMD Mask both(Mask a, Mask b) {
     return perLane<Mask>([&](int i) { return a.v[i] && b.v[i]; });
 }
-HXR_SIMD bool anyLane(Mask m) {
-    return m.v[0] || m.v[1] || m.v[2] || m.v[3];
-}
 HXR_SIMD bool inAllLanes(Mask m) {
     return m.v[0] && m.v[1] && m.v[2] && m.v[3];
 }
@@ -94,6 +91,12 @@ HXR_SIMD I32 operator+(I32 a, I32 b) {
 }
 HXR_SIMD I32 operator-(I32 a, I32 b) {
     return perLane<I32>([&](int i) { return wrapped(std::int64_t{a.v[i]} - b.v[i]); });
+}
+HXR_SIMD I32 operator|(I32 a, I32 b) {
+    return perLane<I32>([&](int i) { return a.v[i] | b.v[i]; });
+}
+HXR_SIMD bool allBelow128(I32 a) {
+    return ((a.v[0] | a.v[1] | a.v[2] | a.v[3]) & -128) == 0;
 }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {

@@ -61,9 +61,6 @@ HXR_SIMD Mask equal(F32 a, F32 b) {
 HXR_SIMD Mask both(Mask a, Mask b) {
     return {_mm_and_ps(a.v, b.v)};
 }
-HXR_SIMD bool anyLane(Mask m) {
-    return _mm_movemask_ps(m.v) != 0;
-}
 HXR_SIMD bool inAllLanes(Mask m) {
     return _mm_movemask_ps(m.v) == 15;
 }
@@ -79,6 +76,12 @@ HXR_SIMD I32 operator+(I32 a, I32 b) {
 }
 HXR_SIMD I32 operator-(I32 a, I32 b) {
     return {_mm_sub_epi32(a.v, b.v)};
+}
+HXR_SIMD I32 operator|(I32 a, I32 b) {
+    return {_mm_or_si128(a.v, b.v)};
+}
+HXR_SIMD bool allBelow128(I32 a) {
+    return _mm_movemask_epi8(_mm_cmpeq_epi32(_mm_srli_epi32(a.v, 7), _mm_setzero_si128())) == 65535;
 }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {
