@@ -6,11 +6,11 @@ namespace hxr::platform {
 
 void* alignedAllocate(std::size_t bytes) noexcept {
     if (bytes == 0) return nullptr;
-    return ::operator new(bytes, std::align_val_t{bufferAlignment}, std::nothrow);
+    return ::operator new (bytes, std::align_val_t{bufferAlignment}, std::nothrow);
 }
 
 void alignedFree(void* block) noexcept {
-    ::operator delete(block, std::align_val_t{bufferAlignment});
+    ::operator delete (block, std::align_val_t{bufferAlignment});
 }
 
 }  // namespace hxr::platform
