@@ -10,6 +10,8 @@
 
 #include "dsp/kernels/exponential_kernels.h"
 
+#include "dsp/kernels/fir_kernels.h"
+
 namespace hxr::HXR_KERNEL_SET {
 
 constinit const KernelTable kernelTable = {
@@ -32,6 +34,10 @@ constinit const KernelTable kernelTable = {
     .sumF64 = sumF64,
     .sumCf32 = sumCf32,
     .flip32 = flip32,
+    .firDirectReal = firDirect<false>,
+    .firDirectComplex = firDirect<true>,
+    .firDecimateReal = firDecimate<false>,
+    .firDecimateComplex = firDecimate<true>,
     .i16ToF32 = i16ToF32,
     .f32ToI16Nearest = f32ToI16Nearest,
     .f32ToI16Truncated = f32ToI16Truncated,

@@ -30,6 +30,16 @@ struct KernelTable {
     void (*sumCf32)(const float* src, int n, float* sum);
     void (*flip32)(const float* src, float* dst, int n);
 
+    // samples: length - 1 before the first output's own; taps: the one of the oldest sample first.
+    void (*firDirectReal)(const float* samples, const float* taps, int length, float* dst, int n);
+    void (*firDirectComplex)(const float* samples, const float* taps, int length, float* dst, int n);
+    // n outputs, `factor` samples apart; real and imaginary parts of the taps stand twice each in arrays of
+    // their own.
+    void (*firDecimateReal)(const float* samples, int factor, const float* tapsRe, const float* tapsIm,
+                            int length, float* dst, int n);
+    void (*firDecimateComplex)(const float* samples, int factor, const float* tapsRe, const float* tapsIm,
+                               int length, float* dst, int n);
+
     void (*i16ToF32)(const std::int16_t* src, float factor, float* dst, int n);
     void (*f32ToI16Nearest)(const float* src, float factor, std::int16_t* dst, int n);
     void (*f32ToI16Truncated)(const float* src, float factor, std::int16_t* dst, int n);

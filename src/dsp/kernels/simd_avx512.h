@@ -166,6 +166,12 @@ HXR_SIMD F32 swapPairs(F32 a) {
     return {_mm512_permute_ps(a.v, _MM_SHUFFLE(2, 3, 0, 1))};
 }
 
+HXR_SIMD F32 addSub(F32 a, F32 b) {
+    return {_mm512_fmaddsub_ps(a.v, _mm512_set1_ps(1.0F), b.v)};
+}
+HXR_SIMD F32 loadFirst(const float* p, int count) {
+    return {_mm512_maskz_loadu_ps(static_cast<__mmask16>((1 << count) - 1), p)};
+}
 HXR_SIMD void storePairSum(float* p, F32 a) {
     const __m256 halves = _mm256_add_ps(_mm512_castps512_ps256(a.v), _mm512_extractf32x8_ps(a.v, 1));
     const __m128 quarters = _mm_add_ps(_mm256_castps256_ps128(halves), _mm256_extractf128_ps(halves, 1));

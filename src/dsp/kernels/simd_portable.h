@@ -184,6 +184,12 @@ HXR_SIMD F32 inElementOrder(F32 a) {
 HXR_SIMD F32 swapPairs(F32 a) {
     return {{a.v[1], a.v[0], a.v[3], a.v[2]}};
 }
+HXR_SIMD F32 addSub(F32 a, F32 b) {
+    return {{a.v[0] - b.v[0], a.v[1] + b.v[1], a.v[2] - b.v[2], a.v[3] + b.v[3]}};
+}
+HXR_SIMD F32 loadFirst(const float* p, int) {
+    return {{p[0], p[1], 0.0F, 0.0F}};
+}
 HXR_SIMD void storePairSum(float* p, F32 a) {
     p[0] = a.v[0] + a.v[2];
     p[1] = a.v[1] + a.v[3];

@@ -161,6 +161,14 @@ HXR_SIMD F32 swapPairs(F32 a) {
     return {_mm_shuffle_ps(a.v, a.v, _MM_SHUFFLE(2, 3, 0, 1))};
 }
 
+/// a - b in even lanes, a + b in odd ones.
+HXR_SIMD F32 addSub(F32 a, F32 b) {
+    return {_mm_add_ps(a.v, _mm_xor_ps(b.v, _mm_setr_ps(-0.0F, 0.0F, -0.0F, 0.0F)))};
+}
+/// The first `count` lanes, an even number below `lanes`, from memory and zeros behind them.
+HXR_SIMD F32 loadFirst(const float* p, int) {
+    return {_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(p))};
+}
 /// One complex value: the sums of the even and of the odd lanes.
 HXR_SIMD void storePairSum(float* p, F32 a) {
     const __m128 sum = _mm_add_ps(a.v, _mm_movehl_ps(a.v, a.v));

@@ -1,0 +1,4 @@
+#pragma once
+namespace hxr {
+class FftPlanCf32 {};
+}  // namespace hxr
