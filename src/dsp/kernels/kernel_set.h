@@ -1,4 +1,5 @@
-// Everything of one kernel set: define HXR_KERNEL_SET, the namespace of the set, and include this.
+// Everything of one kernel set: define HXR_KERNEL_SET, the namespace of the set, and HXR_NARROWER_SET, the
+// address of the next narrower one's table, and include this.
 
 #include "dsp/kernels/kernel_table.h"
 
@@ -12,10 +13,13 @@
 
 #include "dsp/kernels/fir_kernels.h"
 
+#include "dsp/kernels/fft_kernels.h"
+
 namespace hxr::HXR_KERNEL_SET {
 
 constinit const KernelTable kernelTable = {
     .lanes = lanes,
+    .narrower = HXR_NARROWER_SET,
     .mulConstF32 = mulConstF32,
     .addConstF32 = addConstF32,
     .addF32 = addF32,
@@ -38,6 +42,8 @@ constinit const KernelTable kernelTable = {
     .firDirectComplex = firDirect<true>,
     .firDecimateReal = firDecimate<false>,
     .firDecimateComplex = firDecimate<true>,
+    .fftOneStep = fftOneStep,
+    .fftTwoSteps = fftTwoSteps,
     .i16ToF32 = i16ToF32,
     .f32ToI16Nearest = f32ToI16Nearest,
     .f32ToI16Truncated = f32ToI16Truncated,

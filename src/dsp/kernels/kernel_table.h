@@ -4,10 +4,13 @@
 
 #include <cstdint>
 
+#include "dsp/kernels/fft_tables.h"
+
 namespace hxr {
 
 struct KernelTable {
-    int lanes;  ///< floats in a vector
+    int lanes;                    ///< floats in a vector
+    const KernelTable* narrower;  ///< the set with the next fewer lanes, null for the baseline
 
     void (*mulConstF32)(const float* src, float k, float* dst, int n);
     void (*addConstF32)(const float* src, float k, float* dst, int n);
@@ -39,6 +42,10 @@ struct KernelTable {
                             int length, float* dst, int n);
     void (*firDecimateComplex)(const float* samples, int factor, const float* tapsRe, const float* tapsIm,
                                int length, float* dst, int n);
+
+    // work: as many floats as points and, in two steps, as the rows of one group of columns.
+    void (*fftOneStep)(const FftTables& tables, const float* src, float* dst, float* work);
+    void (*fftTwoSteps)(const FftTables& tables, const float* src, float* dst, float* work);
 
     void (*i16ToF32)(const std::int16_t* src, float factor, float* dst, int n);
     void (*f32ToI16Nearest)(const float* src, float factor, std::int16_t* dst, int n);

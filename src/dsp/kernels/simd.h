@@ -14,6 +14,8 @@
 #include <immintrin.h>
 #endif
 
+#include "dsp/kernels/fft_tables.h"
+
 #define HXR_SIMD [[gnu::always_inline]] static inline
 #define HXR_INLINE __attribute__((always_inline))
 
@@ -29,10 +31,8 @@ namespace hxr::HXR_KERNEL_SET {
 #include "dsp/kernels/simd_sse2.h"
 #endif
 
-/// The element that `loadPairs` puts into a lane: within each four lanes two come from the first half of the
-/// elements and two from the second.
 constexpr int laneElement(int lane) {
-    return 2 * (lane / 4) + lane % 2 + (lane % 4 >= 2 ? lanes / 2 : 0);
+    return hxr::laneElement(lanes, lane);
 }
 
 HXR_SIMD Complex operator+(Complex a, Complex b) {
