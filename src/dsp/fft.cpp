@@ -85,11 +85,10 @@ FftPlanCf32::FftPlanCf32(int order, int scaleRule, int) {
 FftPlanCf32::~FftPlanCf32() = default;
 FftPlanCf32::FftPlanCf32(FftPlanCf32&&) noexcept = default;
 
-platform::AlignedArray<cf32> FftPlanCf32::makeWork() const {
+std::size_t FftPlanCf32::workLength() const {
     // The points, and in two steps the rows of one group of columns beside them.
     const int group = tables_.columns.length > 0 ? tables_.rows.length * kernels_->lanes : 0;
-    return platform::makeAlignedArray<cf32>(static_cast<std::size_t>(length_) +
-                                            static_cast<std::size_t>(group));
+    return static_cast<std::size_t>(length_) + static_cast<std::size_t>(group);
 }
 
 float* FftPlanCf32::newTable(std::size_t floats) {

@@ -28,8 +28,9 @@ class FftPlanCf32 {
     FftPlanCf32(FftPlanCf32&&) noexcept;
 
     int length() const { return length_; }
-    /// A buffer for one thread's transforms.
-    platform::AlignedArray<cf32> makeWork() const;
+    /// A buffer for one thread's transforms, of `workLength` elements.
+    platform::AlignedArray<cf32> makeWork() const { return platform::makeAlignedArray<cf32>(workLength()); }
+    std::size_t workLength() const;
 
   private:
     friend void fftForwardCf32(const cf32* src, cf32* dst, const FftPlanCf32& plan, cf32* work);

@@ -1,6 +1,7 @@
 #include "dsp/fir.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "dsp/instruction_set.h"
@@ -21,19 +22,66 @@ bool areReal(const cf32* taps, int length) {
     return std::all_of(taps, taps + length, [](const cf32& tap) { return tap.im == 0.0F; });
 }
 
-constexpr int directChunk = 2048;  // a sample packet
+/// Samples of a packet, the usual block.
+constexpr int packetSamples = 2048;
+/// Up to here the direct form is the faster one.
+constexpr int longestDirect = 48;
+
+/// Order of the transforms for a long filter: four times its length leaves most of each transform to new
+/// samples, but more than a packet and the history isn't filled.
+int convolutionOrder(int length) {
+    const auto enough = static_cast<unsigned>(std::min(4 * length, length - 1 + packetSamples));
+    return std::bit_width(enough - 1);
+}
 
 }  // namespace
 
 FirPlan::FirPlan(const cf32* taps, int length)
     : kernels_(dspKernels()),
       length_(length),
-      chunk_(directChunk),
+      chunk_(packetSamples),
       realTaps_(areReal(taps, length)),
-      newestLast_(std::make_reverse_iterator(taps + length), std::make_reverse_iterator(taps)) {}
+      newestLast_(std::make_reverse_iterator(taps + length), std::make_reverse_iterator(taps)) {
+    if (length > longestDirect) planConvolution(taps);
+}
+
+void FirPlan::planConvolution(const cf32* taps) {
+    transform_ = std::make_unique<FftPlanCf32>(convolutionOrder(length_), fftScaleForward, fftFast);
+    const int points = transform_->length();
+    chunk_ = points - (length_ - 1);
+    response_ = platform::makeAlignedArray<cf32>(static_cast<std::size_t>(points));
+    const auto work = transform_->makeWork();
+    // The transform divides by the number of points each time; the second division belongs to the way back.
+    const float scale = static_cast<float>(points) * static_cast<float>(points);
+    dspZero64(response_.get(), points);
+    for (int k = 0; k < length_; ++k)
+        response_[static_cast<std::size_t>(k)] = {taps[k].re * scale, taps[k].im * scale};
+    fftForwardCf32(response_.get(), response_.get(), *transform_, work.get());
+}
 
 platform::AlignedArray<cf32> FirPlan::makeWork() const {
-    return platform::makeAlignedArray<cf32>(static_cast<std::size_t>(length_ - 1 + chunk_));
+    const auto samples = static_cast<std::size_t>(length_ - 1 + chunk_);
+    return platform::makeAlignedArray<cf32>(transform_ ? 2 * samples + transform_->workLength() : samples);
+}
+
+void FirPlan::direct(const cf32* samples, int n, cf32* dst) const {
+    (realTaps_ ? kernels_.firDirectReal : kernels_.firDirectComplex)(
+        floats(samples), floats(newestLast_.data()), length_, floats(dst), n);
+}
+
+/// The history and n new samples, at the front of `work`, through the frequency domain. Of the transform's
+/// circular results those that have the whole history behind them are the filter's.
+void FirPlan::convolve(int n, cf32* dst, cf32* work) const {
+    const int points = transform_->length(), history = length_ - 1;
+    cf32* spectrum = work + points;
+    cf32* scratch = spectrum + points;
+    dspZero64(work + history + n, points - history - n);
+    fftForwardCf32(work, spectrum, *transform_, scratch);
+    kernels_.mulCf32(floats(spectrum), floats(response_.get()), floats(spectrum), points);
+    // The inverse transform is the forward one of the conjugate, conjugated.
+    for (int k = 0; k < points; ++k) spectrum[k].im = -spectrum[k].im;
+    fftForwardCf32(spectrum, spectrum, *transform_, scratch);
+    for (int m = 0; m < n; ++m) dst[m] = {spectrum[history + m].re, -spectrum[history + m].im};
 }
 
 FirPlan firPlan(const cf32* taps, int length) {
@@ -44,13 +92,14 @@ void firFilter(const cf32* src, cf32* dst, int n, const FirPlan& plan, const cf3
                cf32* work) {
     if (n <= 0) return;
     const int history = plan.length_ - 1;
-    const KernelTable& kernels = plan.kernels_;
     dspCopy64(delayIn, work, history);
     for (int done = 0; done < n;) {
         const int count = std::min(plan.chunk_, n - done);
         dspCopy64(src + done, work + history, count);
-        (plan.realTaps_ ? kernels.firDirectReal : kernels.firDirectComplex)(
-            floats(work), floats(plan.newestLast_.data()), plan.length_, floats(dst + done), count);
+        if (plan.transform_)
+            plan.convolve(count, dst + done, work);
+        else
+            plan.direct(work, count, dst + done);
         std::memmove(work, work + count, static_cast<std::size_t>(history) * sizeof(cf32));
         done += count;
     }

@@ -28,20 +28,24 @@ class FirPlan {
     friend void firFilter(const cf32* src, cf32* dst, int n, const FirPlan& plan, const cf32* delayIn,
                           cf32* delayOut, cf32* work);
     void planConvolution(const cf32* taps);
-    void convolve(const cf32* samples, int n, cf32* dst, cf32* work) const;
+    void direct(const cf32* samples, int n, cf32* dst) const;
+    void convolve(int n, cf32* dst, cf32* work) const;
 
     const KernelTable& kernels_;
     int length_;
     int chunk_;  ///< samples that are filtered at a time
     bool realTaps_;
-    std::vector<cf32> newestLast_;  ///< the taps of the direct form
-    std::unique_ptr<FftPlanCf32> fft_;
-    platform::AlignedArray<cf32> response_;  ///< of the long form, scaled for the two transforms
+    std::vector<cf32> newestLast_;            ///< the taps of the direct form
+    std::unique_ptr<FftPlanCf32> transform_;  ///< of the long form; null for the direct one
+    platform::AlignedArray<cf32> response_;   ///< of the long form, scaled for the two transforms
 };
 
 FirPlan firPlan(const cf32* taps, int length);
 
 /// y[m] = sum of taps[k] x[m - k]; the samples before the block come from the delay line.
+///
+/// Through transforms a NaN or infinity reaches all outputs of its block, in direct form only those that meet
+/// it.
 ///
 /// @param dst       n outputs; may be src
 /// @param delayIn   length - 1 samples before the block, newest last; zero before the first block
