@@ -28,10 +28,7 @@ Factor twiddle(std::int64_t k, std::int64_t n, double scale = 1.0) {
 }
 
 /// As many eights as there can be without a two; the fours go first.
-int nextRadix(int length) {
-    if (length == 2) return 2;
-    if (length == 4) return 4;
-    const int order = std::countr_zero(static_cast<unsigned>(length));
+int firstRadix(int order) {
     return order % 3 == 0 ? 8 : 4;
 }
 
@@ -75,7 +72,6 @@ FftPlanCf32::FftPlanCf32(int order, int scaleRule, int) {
     length_ = 1 << order;
     kernels_ = kernelsFor(length_);
     if (kernels_ == nullptr) return;
-    tables_.scale = 1.0F / static_cast<float>(length_);
     if (length_ < leastTwoStepLength)
         planOneStep();
     else
@@ -99,7 +95,7 @@ int* FftPlanCf32::planColumns(ColumnTransform& transform, int length) {
     transform.length = length;
     for (int block = length; block > 1;) {
         FftPass& pass = transform.pass[transform.passes++];
-        pass.radix = nextRadix(block);
+        pass.radix = firstRadix(std::countr_zero(static_cast<unsigned>(block)));
         pass.span = block / pass.radix;
         float* out = newTable(2 * static_cast<std::size_t>(block));
         pass.twiddles = out;
@@ -126,26 +122,24 @@ void FftPlanCf32::orderByLane(int* order) const {
     }
 }
 
-/// Factors e^(-j 2 pi column k / N) for the group of results from `group` on, a lane each.
-float* FftPlanCf32::appendFactors(float* out, std::int64_t column, int group, double scale) const {
-    const int lanes = kernels_->lanes;
-    for (int lane = 0; lane < lanes; ++lane) {
-        const Factor factor = twiddle(column * (group + laneElement(lanes, lane)), length_, scale);
-        out[lane] = factor.re;
-        out[lane + lanes] = factor.im;
+/// A vector for each row: its lanes' columns times the row's result, e^(-j 2 pi column result / N).
+const float* FftPlanCf32::planFactors(double scale) {
+    const int lanes = kernels_->lanes, rows = tables_.rows.length;
+    float* factors = newTable(2 * static_cast<std::size_t>(rows * lanes));
+    for (int result = 0; result < rows; ++result) {
+        float* out = factors + 2 * lanes * positionOf(tables_.rows, result);
+        for (int lane = 0; lane < lanes; ++lane) {
+            const Factor factor = twiddle(std::int64_t{result} * laneElement(lanes, lane), length_, scale);
+            out[lane] = factor.re;
+            out[lane + lanes] = factor.im;
+        }
     }
-    return out + 2 * lanes;
+    return factors;
 }
 
 void FftPlanCf32::planOneStep() {
-    const int lanes = kernels_->lanes, length = length_ / lanes;
-    orderByLane(planColumns(tables_.rows, length));
-    float* out = newTable(2 * static_cast<std::size_t>(length_));
-    tables_.twiddles = out;
-    for (int group = 0; group < length; group += lanes) {
-        for (int column = 1; column < lanes; ++column)
-            out = appendFactors(out, column, group, double{tables_.scale});
-    }
+    orderByLane(planColumns(tables_.rows, length_ / kernels_->lanes));
+    tables_.twiddles = planFactors(1.0 / length_);
 }
 
 void FftPlanCf32::planTwoSteps() {
@@ -153,22 +147,22 @@ void FftPlanCf32::planTwoSteps() {
     const int order = std::countr_zero(static_cast<unsigned>(length_));
     const int length1 = 1 << (order / 2), length2 = length_ / length1;
     orderByLane(planColumns(tables_.rows, length1));
+    tables_.fineTwiddles = planFactors(1.0);
+
+    float* coarse = newTable(2 * static_cast<std::size_t>(length_ / lanes));
+    tables_.twiddles = coarse;
+    for (int column = 0; column < length2; column += lanes, coarse += 2 * length1) {
+        for (int result = 0; result < length1; ++result) {
+            const Factor factor = twiddle(std::int64_t{result} * column, length_, 1.0 / length_);
+            float* out = coarse + 2 * positionOf(tables_.rows, result);
+            out[0] = factor.re;
+            out[1] = factor.im;
+        }
+    }
 
     int* byBlock = planColumns(tables_.columns, length2);
     const int lastRadix = tables_.columns.pass[tables_.columns.passes - 1].radix;
     for (int k = 0; k < length2 / lastRadix; ++k) byBlock[positionOf(tables_.columns, k) / lastRadix] = k;
-
-    float* out = newTable(2 * static_cast<std::size_t>(length_ / lanes));
-    tables_.twiddles = out;
-    for (int column = 0; column < length2; column += lanes) {
-        for (int group = 0; group < length1; group += lanes)
-            out = appendFactors(out, column, group, double{tables_.scale});
-    }
-    out = newTable(2 * static_cast<std::size_t>(length1 * lanes));
-    tables_.fineTwiddles = out;
-    for (int group = 0; group < length1; group += lanes) {
-        for (int column = 1; column < lanes; ++column) out = appendFactors(out, column, group, 1.0);
-    }
 }
 
 FftPlanCf32 fftPlanCf32(int order, int scaleRule, int hint) {

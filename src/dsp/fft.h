@@ -38,7 +38,7 @@ class FftPlanCf32 {
     void planTwoSteps();
     int* planColumns(ColumnTransform& transform, int length);
     void orderByLane(int* order) const;
-    float* appendFactors(float* out, std::int64_t column, int group, double scale) const;
+    const float* planFactors(double scale);
     float* newTable(std::size_t floats);
 
     const KernelTable* kernels_;

@@ -18,12 +18,6 @@ HXR_SIMD Complex plusJTimes(Complex a, Complex b) {
     return {a.re - b.im, a.im + b.re};
 }
 
-HXR_SIMD void butterfly2(Complex* a) {
-    const Complex difference = a[0] - a[1];
-    a[0] = a[0] + a[1];
-    a[1] = difference;
-}
-
 HXR_SIMD void butterfly4(Complex& a0, Complex& a1, Complex& a2, Complex& a3) {
     const Complex s0 = a0 + a2, d0 = a0 - a2, s1 = a1 + a3, d1 = a1 - a3;
     a0 = s0 + s1;
@@ -50,98 +44,118 @@ HXR_SIMD void butterfly8(Complex* a) {
     a[7] = {negMulAdd(half, t3.re, e3.re), mulAdd(half, t3.im, e3.im)};
 }
 
-/// Four times four: columns of four, turned by sixteenths, then rows of four.
-HXR_SIMD void butterfly16(Complex* a) {
+/// Sixteen points as four times four. They don't fit the registers of most processors: each column of four is
+/// loaded when its turn comes, and `put` takes the results of each row at once.
+template <typename Get, typename Put>
+HXR_SIMD void transform16(Get get, Put put) {
     static constexpr float c1 = 0.923879533F, s1 = 0.382683432F, half = 0.707106781F;
     static constexpr float turn[4][4][2] = {{{1, 0}, {1, 0}, {1, 0}, {1, 0}},
                                             {{1, 0}, {c1, -s1}, {half, -half}, {s1, -c1}},
                                             {{1, 0}, {half, -half}, {0, -1}, {-half, -half}},
                                             {{1, 0}, {s1, -c1}, {-half, -half}, {-c1, s1}}};
-    for (int c = 0; c < 4; ++c) butterfly4(a[c], a[c + 4], a[c + 8], a[c + 12]);
-    Complex r[16];
-    for (int k = 0; k < 4; ++k) {
-        for (int c = 0; c < 4; ++c) {
-            const Complex x = a[4 * k + c];
-            r[4 * k + c] = k == 0 || c == 0 ? x : k == 2 && c == 2 ? minusJ(x) : x * splatComplex(turn[k][c]);
-        }
-        butterfly4(r[4 * k], r[4 * k + 1], r[4 * k + 2], r[4 * k + 3]);
+    Complex a[4][4];
+    for (int c = 0; c < 4; ++c) {
+        for (int k = 0; k < 4; ++k) a[k][c] = get(c + 4 * k);
+        butterfly4(a[0][c], a[1][c], a[2][c], a[3][c]);
+        for (int k = 1; k < 4 && c > 0; ++k)
+            a[k][c] = k == 2 && c == 2 ? minusJ(a[k][c]) : a[k][c] * splatComplex(turn[k][c]);
     }
     for (int k = 0; k < 4; ++k) {
-        for (int c = 0; c < 4; ++c) a[4 * c + k] = r[4 * k + c];
+        butterfly4(a[k][0], a[k][1], a[k][2], a[k][3]);
+        for (int c = 0; c < 4; ++c) put(k + 4 * c, a[k][c]);
     }
 }
 
-/// The transform of `radix` points, in natural order.
-template <int radix>
-HXR_SIMD void butterfly(Complex* a) {
-    if constexpr (radix == 2) butterfly2(a);
-    if constexpr (radix == 4) butterfly4(a[0], a[1], a[2], a[3]);
-    if constexpr (radix == 8) butterfly8(a);
-    if constexpr (radix == 16) butterfly16(a);
+/// The transform of `radix` points, from get(i) to put(q, result).
+template <int radix, typename Get, typename Put>
+HXR_SIMD void transform(Get get, Put put) {
+    if constexpr (radix == 16) {
+        transform16(get, put);
+    } else {
+        Complex a[radix];
+        for (int i = 0; i < radix; ++i) a[i] = get(i);
+        if constexpr (radix == 4) butterfly4(a[0], a[1], a[2], a[3]);
+        if constexpr (radix == 8) butterfly8(a);
+        for (int q = 0; q < radix; ++q) put(q, a[q]);
+    }
 }
 
-/// One pass over `blocks` blocks of radix x span rows. `loadRow` gives a row by its number.
-template <int radix, bool turned, typename LoadRow>
-HXR_SIMD void pass(float* rows, std::ptrdiff_t blocks, std::ptrdiff_t span, const float* twiddles,
-                   LoadRow loadRow) {
-    for (std::ptrdiff_t block = 0; block < blocks; ++block) {
-        const float* factor = twiddles;
-        for (std::ptrdiff_t j = 0; j < span; ++j, factor += 2 * (radix - 1)) {
-            const std::ptrdiff_t row = block * radix * span + j;
-            Complex a[radix];
-            for (int i = 0; i < radix; ++i) a[i] = loadRow(row + i * span);
-            butterfly<radix>(a);
-            storeSplit(rows + row * rowFloats, a[0]);
-            for (int q = 1; q < radix; ++q) {
-                if constexpr (turned) a[q] = a[q] * splatComplex(factor + 2 * (q - 1));
-                storeSplit(rows + (row + q * span) * rowFloats, a[q]);
-            }
+/// A pass over `length` rows whose results 1 to radix - 1 are turned by factors that all columns share.
+/// `loadRow` gives a row by its number.
+template <int radix, typename LoadRow>
+HXR_SIMD void turningPass(float* rows, std::ptrdiff_t length, const FftPass& p, LoadRow loadRow) {
+    const std::ptrdiff_t span = p.span;
+    for (std::ptrdiff_t block = 0; block < length; block += radix * span) {
+        const float* factor = p.twiddles;
+        for (std::ptrdiff_t row = block; row < block + span; ++row, factor += 2 * (radix - 1)) {
+            transform<radix>([=](int i) HXR_INLINE { return loadRow(row + i * span); },
+                             [=](int q, Complex x) HXR_INLINE {
+                                 const Complex turned = q == 0 ? x : x * splatComplex(factor + 2 * (q - 1));
+                                 storeSplit(rows + (row + q * span) * rowFloats, turned);
+                             });
         }
+    }
+}
+
+/// The last pass of the first step, which turns each row by a vector of factors of its own.
+template <int radix, typename LoadRow, typename FactorOf>
+HXR_SIMD void endPass(float* rows, std::ptrdiff_t length, LoadRow loadRow, FactorOf factorOf) {
+    for (std::ptrdiff_t row = 0; row < length; row += radix) {
+        transform<radix>([=](int i) HXR_INLINE { return loadRow(row + i); },
+                         [=](int q, Complex x)
+                             HXR_INLINE { storeSplit(rows + (row + q) * rowFloats, x * factorOf(row + q)); });
     }
 }
 
 template <typename LoadRow>
-HXR_SIMD void anyPass(const FftPass& p, float* rows, std::ptrdiff_t length, LoadRow loadRow) {
-    const std::ptrdiff_t blocks = length / (p.radix * p.span), span = p.span;
-    if (span == 1) {
-        if (p.radix == 8)
-            pass<8, false>(rows, blocks, 1, nullptr, loadRow);
-        else if (p.radix == 4)
-            pass<4, false>(rows, blocks, 1, nullptr, loadRow);
-        else
-            pass<2, false>(rows, blocks, 1, nullptr, loadRow);
-    } else if (p.radix == 8) {
-        pass<8, true>(rows, blocks, span, p.twiddles, loadRow);
-    } else {
-        pass<4, true>(rows, blocks, span, p.twiddles, loadRow);
+HXR_SIMD void anyTurningPass(float* rows, std::ptrdiff_t length, const FftPass& p, LoadRow loadRow) {
+    if (p.radix == 8)
+        turningPass<8>(rows, length, p, loadRow);
+    else
+        turningPass<4>(rows, length, p, loadRow);
+}
+
+/// All turning passes of a transform whose first one reads through `loadRow`. Behind that one the blocks are
+/// independent: each goes through the others while it is in the cache.
+template <typename LoadRow>
+HXR_SIMD void turningPasses(const ColumnTransform& t, float* rows, LoadRow loadRow) {
+    if (t.passes < 2) return;
+    anyTurningPass(rows, t.length, t.pass[0], loadRow);
+    const std::ptrdiff_t block = t.pass[0].span;
+    for (std::ptrdiff_t first = 0; t.passes > 2 && first < t.length; first += block) {
+        float* part = rows + first * rowFloats;
+        for (int p = 1; p < t.passes - 1; ++p)
+            anyTurningPass(part, block, t.pass[p],
+                           [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(part + row * rowFloats); });
     }
 }
 
-/// Passes `first` to `last` - 1 in place over `length` rows.
-static void middlePasses(const ColumnTransform& t, int first, int last, float* rows, std::ptrdiff_t length) {
-    for (int p = first; p < last; ++p)
-        anyPass(t.pass[p], rows, length,
-                [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(rows + row * rowFloats); });
+template <typename LoadRow, typename FactorOf>
+HXR_SIMD void anyEndPass(const ColumnTransform& t, float* rows, LoadRow loadRow, FactorOf factorOf) {
+    const int radix = t.pass[t.passes - 1].radix;
+    if (radix == 8)
+        endPass<8>(rows, t.length, loadRow, factorOf);
+    else
+        endPass<4>(rows, t.length, loadRow, factorOf);
 }
 
-/// The first pass over a transform's rows, from interleaved points that lie `stride` floats apart.
-static void firstPass(const ColumnTransform& t, const float* src, std::ptrdiff_t stride, float* rows) {
-    anyPass(t.pass[0], rows, t.length,
-            [=](std::ptrdiff_t row) HXR_INLINE { return loadPairs(src + row * stride); });
+/// The first step: transforms over the rows of points that lie `stride` floats apart, each result turned by
+/// its factors.
+template <typename FactorOf>
+HXR_SIMD void firstStep(const ColumnTransform& t, const float* src, std::ptrdiff_t stride, float* rows,
+                        FactorOf factorOf) {
+    const auto point = [=](std::ptrdiff_t row) HXR_INLINE { return loadPairs(src + row * stride); };
+    const auto stored = [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(rows + row * rowFloats); };
+    turningPasses(t, rows, point);
+    if (t.passes == 1)
+        anyEndPass(t, rows, point, factorOf);
+    else
+        anyEndPass(t, rows, stored, factorOf);
 }
 
-/// Behind the first pass the blocks are independent: each goes through all its passes while it is in the
-/// cache.
-static void passesByBlock(const ColumnTransform& t, int last, float* rows) {
-    if (last <= 1) return;
-    const std::ptrdiff_t block = t.pass[0].span;
-    for (std::ptrdiff_t row = 0; row < t.length; row += block)
-        middlePasses(t, 1, last, rows + row * rowFloats, block);
-}
-
-/// Results group x lanes ... of all columns: element c holds column c, its lanes the results in the order of
-/// loadPairs.
-HXR_SIMD void loadGroup(const float* rows, const int* order, Complex* a) {
+/// A square of `lanes` results of all columns: element c holds column c, its lanes the results in the order
+/// of loadPairs.
+HXR_SIMD void loadSquare(const float* rows, const int* order, Complex* a) {
     const float* re[lanes];
     const float* im[lanes];
     F32 turnedRe[lanes], turnedIm[lanes];
@@ -156,17 +170,15 @@ HXR_SIMD void loadGroup(const float* rows, const int* order, Complex* a) {
 
 /// N = length x lanes: the columns' transforms, then one butterfly across the lanes.
 static void fftOneStep(const FftTables& t, const float* src, float* dst, float* work) {
-    firstPass(t.rows, src, rowFloats, work);
-    middlePasses(t.rows, 1, t.rows.passes, work, t.rows.length);
-    const F32 scale = splat(t.scale);
-    const float* factor = t.twiddles;
-    for (std::ptrdiff_t k = 0; k < t.rows.length; k += lanes, factor += (lanes - 1) * rowFloats) {
+    const std::ptrdiff_t length = t.rows.length;
+    const float* factors = t.twiddles;
+    firstStep(t.rows, src, rowFloats, work,
+              [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(factors + row * rowFloats); });
+    for (std::ptrdiff_t k = 0; k < length; k += lanes) {
         Complex a[lanes];
-        loadGroup(work, t.rows.order + k, a);
-        a[0] = {a[0].re * scale, a[0].im * scale};
-        for (int c = 1; c < lanes; ++c) a[c] = a[c] * loadSplit(factor + (c - 1) * rowFloats);
-        butterfly<lanes>(a);
-        for (int q = 0; q < lanes; ++q) storePairs(dst + 2 * (q * std::ptrdiff_t{t.rows.length} + k), a[q]);
+        loadSquare(work, t.rows.order + k, a);
+        transform<lanes>([&](int i) HXR_INLINE { return a[i]; },
+                         [=](int q, Complex x) HXR_INLINE { storePairs(dst + 2 * (q * length + k), x); });
     }
 }
 
@@ -175,11 +187,10 @@ template <int radix>
 HXR_SIMD void lastPass(const ColumnTransform& t, const float* rows, float* dst, std::ptrdiff_t stride) {
     const std::ptrdiff_t blocks = t.length / radix;
     for (std::ptrdiff_t block = 0; block < blocks; ++block) {
-        Complex a[radix];
-        for (int i = 0; i < radix; ++i) a[i] = loadSplit(rows + (block * radix + i) * rowFloats);
-        butterfly<radix>(a);
+        const float* in = rows + block * radix * rowFloats;
         float* out = dst + t.order[block] * stride;
-        for (int q = 0; q < radix; ++q) storePairs(out + q * blocks * stride, a[q]);
+        transform<radix>([=](int i) HXR_INLINE { return loadSplit(in + i * rowFloats); },
+                         [=](int q, Complex x) HXR_INLINE { storePairs(out + q * blocks * stride, x); });
     }
 }
 
@@ -189,30 +200,25 @@ HXR_SIMD void lastPass(const ColumnTransform& t, const float* rows, float* dst, 
 static void fftTwoSteps(const FftTables& t, const float* src, float* dst, float* work) {
     const std::ptrdiff_t length1 = t.rows.length, length2 = t.columns.length;
     float* buffer = work + 2 * length1 * length2;
-    const float* coarse = t.twiddles;
+    const float* fine = t.fineTwiddles;
     for (std::ptrdiff_t column = 0; column < length2; column += lanes) {
-        firstPass(t.rows, src + 2 * column, 2 * length2, buffer);
-        passesByBlock(t.rows, t.rows.passes, buffer);
-        const float* fine = t.fineTwiddles;
+        const float* coarse = t.twiddles + 2 * (column / lanes) * length1;
+        firstStep(t.rows, src + 2 * column, 2 * length2, buffer, [=](std::ptrdiff_t row) HXR_INLINE {
+            return splatComplex(coarse + 2 * row) * loadSplit(fine + row * rowFloats);
+        });
         for (std::ptrdiff_t k = 0; k < length1; k += lanes) {
             Complex a[lanes];
-            loadGroup(buffer, t.rows.order + k, a);
-            const Complex common = loadSplit(coarse);
-            coarse += rowFloats;
+            loadSquare(buffer, t.rows.order + k, a);
             float* out = work + 2 * (k * length2 + column * lanes);
-            storeSplit(out, a[0] * common);
-            for (int c = 1; c < lanes; ++c, fine += rowFloats)
-                storeSplit(out + c * rowFloats, a[c] * (common * loadSplit(fine)));
+            for (int c = 0; c < lanes; ++c) storeSplit(out + c * rowFloats, a[c]);
         }
     }
-    const int last = t.columns.passes - 1;
     for (std::ptrdiff_t k = 0; k < length1; k += lanes) {
         float* rows = work + 2 * k * length2;
-        if (last > 0) {
-            middlePasses(t.columns, 0, 1, rows, length2);
-            passesByBlock(t.columns, last, rows);
-        }
-        if (t.columns.pass[last].radix == 8)
+        turningPasses(t.columns, rows,
+                      [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(rows + row * rowFloats); });
+        const int radix = t.columns.pass[t.columns.passes - 1].radix;
+        if (radix == 8)
             lastPass<8>(t.columns, rows, dst + 2 * k, 2 * length1);
         else
             lastPass<4>(t.columns, rows, dst + 2 * k, 2 * length1);

@@ -34,11 +34,10 @@ struct ColumnTransform {
 struct FftTables {
     ColumnTransform rows;     ///< over the points that lie N / rows.length apart
     ColumnTransform columns;  ///< over the results of these; its order counts by the blocks of the last pass
-    /// Factors between the steps, with the scale: in one step by group of results and column; in two steps by
-    /// column group and group of results, and by group of results and column within the group.
+    /// Factors between the steps, with the scale, by row: in one step a vector for each; in two steps one for
+    /// all columns of a group, by group and row, to be multiplied by a vector of `fineTwiddles`, by row.
     const float* twiddles;
     const float* fineTwiddles;
-    float scale;
 };
 
 }  // namespace hxr
