@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "dsp/instruction_set.h"
 #include "link/win_udp_interface.h"
 
 namespace hxr::api {
@@ -27,9 +28,17 @@ std::unique_ptr<HXRDevice>* DeviceTable::slotOf(const HXRDevice* device) {
     return found == devices_.end() ? nullptr : &*found;
 }
 
+/// What is done once in a process: the signal operations choose the best that its processor has.
+void DeviceTable::initialiseOnce() {
+    if (initialised_) return;
+    dspInitialise();
+    initialised_ = true;
+}
+
 HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* deviceAddr,
                                std::uint16_t port) {
     if (handle == nullptr || hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
+    initialiseOnce();
     std::unique_ptr<HXRDevice>* const slot = slotOf(nullptr);
     if (slot == nullptr) return hxrMaxDevicesConnectedErr;
 

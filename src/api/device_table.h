@@ -52,8 +52,10 @@ class DeviceTable {
     HXRStatus close(HXRDevice& device);
 
   private:
+    void initialiseOnce();
     std::unique_ptr<HXRDevice>* slotOf(const HXRDevice* device);
 
+    bool initialised_ = false;
     Environment environment_;
     std::array<std::unique_ptr<HXRDevice>, size> devices_;
 };

@@ -1,0 +1,168 @@
+#include "dsp/fir.h"
+
+#include <algorithm>
+#include <complex>
+
+#include "dsp/vector.h"
+#include "dsp_test.h"
+
+namespace hxr {
+namespace {
+
+std::vector<cf32> testTaps(int length, bool real) {
+    std::vector<cf32> taps = randomSamples(static_cast<std::size_t>(length), static_cast<unsigned>(length));
+    for (cf32& tap : taps) {
+        const float scale = 1.0F / static_cast<float>(length);
+        tap = {tap.re * scale, real ? 0.0F : tap.im * scale};
+    }
+    return taps;
+}
+
+/// The plain sum in double precision, zero before the first sample.
+std::vector<std::complex<double>> exactFilter(const std::vector<cf32>& x, const std::vector<cf32>& taps) {
+    std::vector<std::complex<double>> y(x.size());
+    for (std::size_t m = 0; m < x.size(); ++m) {
+        for (std::size_t k = 0; k < taps.size() && k <= m; ++k) {
+            y[m] += std::complex<double>(double{taps[k].re}, double{taps[k].im}) *
+                    std::complex<double>(double{x[m - k].re}, double{x[m - k].im});
+        }
+    }
+    return y;
+}
+
+double greatestError(const std::vector<cf32>& y, const std::vector<std::complex<double>>& exact) {
+    double worst = 0.0;
+    for (std::size_t i = 0; i < y.size(); ++i)
+        worst = std::max(worst, std::abs(std::complex<double>(double{y[i].re}, double{y[i].im}) - exact[i]));
+    return worst;
+}
+
+/// Runs x through the plan in place, in blocks of the given sizes in turn, the last one repeated.
+std::vector<cf32> filtered(const std::vector<cf32>& x, const std::vector<cf32>& taps,
+                           std::vector<int> blocks) {
+    const FirPlan plan = firPlan(taps.data(), static_cast<int>(taps.size()));
+    const auto work = plan.makeWork();
+    std::vector<cf32> delay(taps.size()), y = x;
+    for (std::size_t done = 0, turn = 0; done < y.size(); ++turn) {
+        const int n = std::min(blocks[std::min(turn, blocks.size() - 1)], static_cast<int>(y.size() - done));
+        firFilter(y.data() + done, y.data() + done, n, plan, delay.data(), delay.data(), work.get());
+        done += static_cast<std::size_t>(n);
+    }
+    return y;
+}
+
+class Fir : public EveryKernelSet {};
+
+TEST_P(Fir, AgreesWithThePlainSumHoweverTheSamplesAreCut) {
+    for (const int length : {1, 2, 3, 5, 17, 63, 64, 129, 257, 1000, 1025}) {
+        for (const bool real : {true, false}) {
+            const std::vector<cf32> taps = testTaps(length, real);
+            const std::vector<cf32> x = randomSamples(5003, 1);
+            const auto exact = exactFilter(x, taps);
+            const double tolerance = 2e-7;
+            for (const std::vector<int>& blocks :
+                 {std::vector<int>{5003}, {2048}, {1, 2, 3, 4, 5, 6, 7, 100, 1500, 1}}) {
+                ASSERT_LT(greatestError(filtered(x, taps, blocks), exact), tolerance)
+                    << length << (real ? " real" : " complex") << " taps, blocks of " << blocks.back();
+            }
+        }
+    }
+}
+
+TEST_P(Fir, TakesItsHistoryFromOneDelayLineAndLeavesItInAnother) {
+    const std::vector<cf32> taps = testTaps(65, false), x = randomSamples(300, 2);
+    const FirPlan plan = firPlan(taps.data(), 65);
+    const auto work = plan.makeWork();
+    const std::vector<cf32> before = {x.begin(), x.begin() + 64};
+    std::vector<cf32> after(64), y(200);
+    firFilter(x.data() + 64, y.data(), 200, plan, before.data(), after.data(), work.get());
+    auto exact = exactFilter(x, taps);
+    exact.erase(exact.begin(), exact.begin() + 64);
+    EXPECT_LT(greatestError(y, exact), 2e-7);
+    EXPECT_EQ(std::memcmp(after.data(), x.data() + 200, 64 * sizeof(cf32)), 0);
+}
+
+TEST_P(Fir, DecimatorEqualsFilterThenSampleDownForEveryDecimation) {
+    for (int factor = 1; factor <= 64; factor += factor < 10 ? 1 : 9) {
+        for (const bool real : {true, false}) {
+            const std::vector<cf32> taps = testTaps(64 * factor + 1, real), x = randomSamples(8192, 3);
+            std::vector<cf32> plain = filtered(x, taps, {2048}), fused(x.size());
+            int count = 0, phase = 0;
+            sampleDown(plain.data(), static_cast<int>(plain.size()), plain.data(), &count, factor, &phase);
+            FirDecimator decimator(taps.data(), static_cast<int>(taps.size()), factor, 2048);
+            // Blocks of a packet, then odd ones that leave the phase anywhere; the third time on 16-bit
+            // samples below.
+            for (const int block : {2048, 701, 1}) {
+                decimator.reset();
+                int written = 0;
+                for (int done = 0; done < 8192 && (block > 1 || done < 900); done += block) {
+                    const int n = std::min(block, 8192 - done);
+                    written += decimator.process(x.data() + done, n, fused.data() + written);
+                }
+                if (block > 1) {
+                    ASSERT_EQ(written, count) << factor;
+                }
+                for (int j = 0; j < written; ++j) {
+                    const auto i = static_cast<std::size_t>(j);
+                    ASSERT_NEAR(fused[i].re, plain[i].re, 2e-7)
+                        << factor << " at " << j << ", blocks of " << block;
+                    ASSERT_NEAR(fused[i].im, plain[i].im, 2e-7)
+                        << factor << " at " << j << ", blocks of " << block;
+                }
+            }
+        }
+    }
+}
+
+TEST_P(Fir, DecimatorTakesSixteenBitSamplesAtFullScaleOne) {
+    const std::vector<cf32> taps = testTaps(129, true);
+    std::vector<ci16> raw(2048);
+    std::vector<cf32> x(raw.size()), fromRaw(raw.size()), fromFloat = x;
+    for (std::size_t i = 0; i < raw.size(); ++i)
+        raw[i] = {static_cast<std::int16_t>(37 * i * i), static_cast<std::int16_t>(1000 * i)};
+    dspI16ToF32(&raw[0].re, &x[0].re, 4096, 15);
+    FirDecimator first(taps.data(), 129, 2, 2048), second = FirDecimator(taps.data(), 129, 2, 2048);
+    EXPECT_EQ(first.process(raw.data(), 2048, fromRaw.data()), 1024);
+    EXPECT_EQ(second.process(x.data(), 2048, fromFloat.data()), 1024);
+    EXPECT_EQ(std::memcmp(fromRaw.data(), fromFloat.data(), 1024 * sizeof(cf32)), 0);
+}
+
+TEST_P(Fir, OneBadSampleReachesOnlyTheOutputsThatMeetIt) {
+    std::vector<cf32> x = randomSamples(1000, 4);
+    x[500].re = std::numeric_limits<float>::quiet_NaN();
+    const std::vector<cf32> taps = testTaps(13, true), y = filtered(x, taps, {1000});
+    std::vector<cf32> down(1000);
+    FirDecimator decimator(taps.data(), 13, 3, 1000);
+    const int count = decimator.process(x.data(), 1000, down.data());
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(std::isnan(y[static_cast<std::size_t>(i)].re), i >= 500 && i <= 512) << i;
+    for (int j = 0; j < count; ++j)
+        EXPECT_EQ(std::isnan(down[static_cast<std::size_t>(j)].re), 3 * j >= 500 && 3 * j <= 512) << j;
+}
+
+HXR_ON_EVERY_KERNEL_SET(Fir);
+
+TEST(SampleDown, KeepsItsPhaseFromBlockToBlock) {
+    const std::vector<cf32> x = randomSamples(12, 6);
+    std::vector<cf32> kept(4);
+    int phase = 0, count = 0;
+    sampleDown(x.data(), 6, kept.data(), &count, 4, &phase);
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(phase, 2);
+    sampleDown(x.data() + 6, 6, kept.data() + 2, &count, 4, &phase);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(phase, 0);
+    for (std::size_t j = 0; j < 3; ++j) EXPECT_EQ(kept[j].re, x[4 * j].re);
+    // A block shorter than the phase yields nothing, and a factor of 1 copies.
+    phase = 3;
+    sampleDown(x.data(), 2, kept.data(), &count, 5, &phase);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(phase, 1);
+    phase = 0;
+    sampleDown(x.data(), 4, kept.data(), &count, 1, &phase);
+    EXPECT_EQ(count, 4);
+    EXPECT_EQ(kept[3].im, x[3].im);
+}
+
+}  // namespace
+}  // namespace hxr

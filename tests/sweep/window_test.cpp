@@ -1,0 +1,66 @@
+#include "sweep/window.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace hxr {
+namespace {
+
+TEST(SweepWindow, AgreesWithAnEvaluationInThirtyDigits) {
+    // Length 1001. The cosines of the first two kinds are single precision, and their weights add up to 4.6.
+    const struct {
+        int kind;
+        std::size_t entry;
+        double value, tolerance;
+    } rows[] = {
+        {windowFlatTop, 0, 0.0, 1e-15},
+        {windowFlatTop, 1, -3.67185324336e-6, 1e-6},
+        {windowFlatTop, 250, -0.262, 2e-6},
+        {windowFlatTop, 500, 4.636, 1e-6},
+        {windowNuttall, 0, 0.0, 1e-15},
+        {windowNuttall, 1, 4.71897959277e-7, 1e-7},
+        {windowNuttall, 250, 0.211536, 1e-6},
+        {windowNuttall, 500, 1.0, 1e-7},
+        {windowConfinedGaussian, 0, 4.82140925811423e-5, 1e-15},
+        {windowConfinedGaussian, 1, 0.000144665133945227, 1e-15},
+        {windowConfinedGaussian, 250, 0.210265689116263, 1e-14},
+        {windowConfinedGaussian, 500, 0.999999999972224, 1e-14},
+        {windowConfinedGaussian, 999, 0.000144665133945227, 1e-14},
+        {7, 500, 4.636, 1e-6},
+    };
+    for (const auto& row : rows) {
+        std::vector<double> window(1001);
+        fillWindow(row.kind, window);
+        EXPECT_NEAR(window[row.entry], row.value, row.tolerance) << "kind " << row.kind << ", " << row.entry;
+    }
+}
+
+TEST(SweepWindow, TakesItsCosinesInSinglePrecision) {
+    // At the second entry of 1001 the four cosines are 16-bit-exact neighbours of 1; in double precision the
+    // sum would be -3.6718532e-6 instead of a multiple of the spacing of floats below 1.
+    std::vector<double> window(1001);
+    fillWindow(windowFlatTop, window);
+    EXPECT_GT(std::fabs(window[1] - -3.67185324336e-6), 1e-9);
+}
+
+TEST(SweepWindow, HasAMeanOfOneWithItsPadding) {
+    for (const int kind : {windowFlatTop, windowNuttall, windowConfinedGaussian}) {
+        std::vector<cf32> window(4096, cf32{9.0F, 9.0F});
+        buildSweepWindow(kind, 1096, window);
+        double sum = 0.0;
+        for (std::size_t i = 0; i < window.size(); ++i) {
+            sum += double{window[i].re};
+            EXPECT_EQ(window[i].im, 0.0F);
+            if (i >= 3000) {
+                EXPECT_EQ(window[i].re, 0.0F);
+            }
+        }
+        EXPECT_NEAR(sum / 4096.0, 1.0, 2e-7) << kind;
+        EXPECT_NEAR(window[700].re, window[2999 - 700].re, 2e-6) << "symmetry of kind " << kind;
+    }
+}
+
+}  // namespace
+}  // namespace hxr
