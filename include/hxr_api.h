@@ -266,28 +266,28 @@ HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
  * --------------------------------------------------------------------------------------------------------------- */
 
 /** Nominal temperature in degrees Celsius of a temperature index, which is brought into 0 to 6. */
-HXR_API double hxrCalGetTempFromIndex(int index);
+HXR_API double hxrCalGetTempFromIndex(int index) noexcept;
 
 /** Whether the head of the chamber section, up to its checksum, holds anything. False for a null pointer. */
-HXR_API bool hxrCalDoesFlashHeaderExist(const HXRCalData* image);
+HXR_API bool hxrCalDoesFlashHeaderExist(const HXRCalData* image) noexcept;
 
 /** Whether the image has a pretest section. False for a null pointer. */
-HXR_API bool hxrCalHasPretestCorrections(const HXRCalData* image);
+HXR_API bool hxrCalHasPretestCorrections(const HXRCalData* image) noexcept;
 
 /** Whether an image of 8 MiB, given as bytes, has chamber data. False for a null pointer. */
-HXR_API bool hxrCalDoesCorrectionsExist(const uint8_t* image);
+HXR_API bool hxrCalDoesCorrectionsExist(const uint8_t* image) noexcept;
 
 /** Whether there is tuning data: some byte that isn't 0xFF. False for a null pointer. */
-HXR_API bool hxrCalDoesCBBDataExist(const HXRCBBData* data);
+HXR_API bool hxrCalDoesCBBDataExist(const HXRCBBData* data) noexcept;
 
 /** Whether some of the first `count` bytes isn't 0xFF. False for a null pointer and for a count below 1. */
-HXR_API bool hxrCalFlashDataPresent(const uint8_t* data, int count);
+HXR_API bool hxrCalFlashDataPresent(const uint8_t* data, int count) noexcept;
 
 /** The image's calibration date, all ones if it has none or the pointer is null. */
-HXR_API uint64_t hxrCalGetCorrectionCalDate(const HXRCalData* image);
+HXR_API uint64_t hxrCalGetCorrectionCalDate(const HXRCalData* image) noexcept;
 
 /** Turns the image into one that applies no correction. A null pointer does nothing. */
-HXR_API void hxrCalBuildDummyCorrections(HXRCalData* image);
+HXR_API void hxrCalBuildDummyCorrections(HXRCalData* image) noexcept;
 
 /**
  * Copies what was calibrated at one temperature index to another; the temperature of the destination becomes that of
@@ -295,14 +295,14 @@ HXR_API void hxrCalBuildDummyCorrections(HXRCalData* image);
  *
  * @param source, destination  0 to 6; with an index outside, nothing is copied
  */
-HXR_API void hxrCalPropagateSingleTempCal(HXRCalData& image, int source, int destination);
+HXR_API void hxrCalPropagateSingleTempCal(HXRCalData& image, int source, int destination) noexcept;
 
 /**
  * Reads an image from a file, whatever it holds.
  *
  * @return false if a pointer is null, or the file doesn't open or is shorter than 8 MiB; the image may then hold a part
  */
-HXR_API bool hxrCalLoadFromFile(const char* path, HXRCalData* image);
+HXR_API bool hxrCalLoadFromFile(const char* path, HXRCalData* image) noexcept;
 #endif
 
 #endif

@@ -17,7 +17,7 @@ class LinePacer {
 
     /// @param bytesPerSecond  nothing: no pace at all
     /// @param burstBytes      what may leave in one go after a rest, or to make up for a sleep that ended
-    /// late
+    ///                        late
     LinePacer(std::optional<double> bytesPerSecond, std::size_t burstBytes);
 
     /// Empties the bucket: from now on not even a first burst leaves ahead of its time.

@@ -77,6 +77,7 @@ bool Recording::waitForPages(std::size_t count, std::chrono::milliseconds timeou
 
 void Recording::clear() {
     const std::lock_guard lock(mutex_);
+    packetCounts_ = false;
     counts_ = {};
     packets_.clear();
     pages_.clear();
@@ -92,6 +93,7 @@ void Recording::notePacket(std::span<const std::uint8_t> datagram, const Endpoin
     const auto zeros = std::count(packet.words.begin(), packet.words.end(), 0u);
 
     const std::lock_guard lock(mutex_);
+    packetCounts_ = true;
     ++(onDataSocket ? counts_.dataPackets : counts_.packets);
     counts_.words += packet.words.size() - static_cast<std::size_t>(zeros);
     packets_.push_back(std::move(packet));
@@ -101,7 +103,7 @@ void Recording::notePacket(std::span<const std::uint8_t> datagram, const Endpoin
 void Recording::notePacketDone() {
     {
         const std::lock_guard lock(mutex_);
-        ++counts_.packetsDone;
+        if (packetCounts_) ++counts_.packetsDone;
     }
     changed_.notify_all();
 }

@@ -80,6 +80,7 @@ class Recording {
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     TrafficCounts counts_;
+    bool packetCounts_ = false;  ///< the packet that runs came since the last clear
     std::deque<ReceivedPacket> packets_;
     std::map<std::uint16_t, std::size_t> pages_;
 };

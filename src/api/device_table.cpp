@@ -4,12 +4,12 @@
 
 #include "dsp/instruction_set.h"
 #include "link/win_udp_interface.h"
+#include "link/words.h"
 
 namespace hxr::api {
 namespace {
 
 constexpr std::size_t mostSlaves = 3;
-constexpr int channelsPerUnit = 4;
 
 }  // namespace
 
@@ -60,9 +60,11 @@ HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* de
 HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char* deviceAddr,
                             std::uint16_t port) {
     if (hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
-    // A full group fills the table: there is no slot to open the unit in before it is refused.
+    // With the table full there is no slot to open the unit in before it is refused; so it is for a full group, which
+    // fills the table, and for a slave.
     const bool groupIsFull = master.slaves.size() == mostSlaves;
-    if (groupIsFull && slotOf(nullptr) == nullptr) return hxrMultiReceiverErr;
+    if ((groupIsFull || master.isSlave) && slotOf(nullptr) == nullptr) return hxrMultiReceiverErr;
+    master.slaves.reserve(mostSlaves);
 
     int handle = -1;
     const HXRStatus connected = connect(&handle, hostAddr, deviceAddr, port);
@@ -75,18 +77,16 @@ HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char*
     };
     if (master.isSlave || unit.isSlave) return refuse(hxrMultiReceiverErr);
     if (master.initiated || unit.initiated) return refuse(hxrInvalidConfigurationErr);
-    if (groupIsFull) return refuse(hxrMultiReceiverErr);
 
     master.slaves.push_back(&unit);
     unit.isSlave = true;
-    master.channelCount = channelsPerUnit * static_cast<int>(groupUnits(master).size());
+    master.channelCount = words::channelsPerUnit * static_cast<int>(1 + master.slaves.size());
     return connected;
 }
 
 HXRStatus DeviceTable::close(HXRDevice& device) {
     if (device.isSlave) return hxrMultiReceiverErr;
-    const std::vector<HXRDevice*> slaves = device.slaves;
-    for (const HXRDevice* slave : slaves) slotOf(slave)->reset();
+    for (const HXRDevice* slave : device.slaves) slotOf(slave)->reset();
     slotOf(&device)->reset();
     return hxrNoError;
 }

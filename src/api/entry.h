@@ -6,7 +6,7 @@
 
 namespace hxr::api {
 
-/// Runs the body of an entry. What is thrown inside says that the system has no memory or threads left.
+/// Runs the body of an entry. What is thrown inside says that the system has no memory left.
 template <typename Body>
 HXRStatus entry(Body&& body) noexcept {
     try {

@@ -131,7 +131,7 @@ void propagateSingleTempCal(HXRCalData& image, int source, int destination) {
     const auto onAxis = [](int index) { return index >= 0 && index < temperatureCount; };
     if (source == destination || !onAxis(source) || !onAxis(destination)) return;
     image.coarseTuneByTemp[destination] = image.coarseTuneByTemp[source];
-    // The distance is rounded before it is added, as the factory's tools do.
+    // The distance is formed in double precision and rounded before it is added.
     image.tempAtIndex[destination] =
         image.tempAtIndex[source] + static_cast<float>(degreesPerIndex * (destination - source));
 

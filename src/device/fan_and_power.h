@@ -16,7 +16,7 @@ std::uint32_t fanWord(float degrees, bool on);
 
 /// Switches the fans of an idle group.
 /// @return `hxrMultiReceiverErr` on a slave, `hxrInvalidConfigurationErr` while initiated, a lost link's
-/// status
+///         status
 HXRStatus setFanEnabled(HXRDevice& device, bool on);
 
 /// Sets the fans of an idle group to the set point or to the nearest limit.

@@ -76,7 +76,8 @@ void parseStatus(HXRDevice& device, const StatusRecord* record) {
 }
 
 HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out) {
-    if (device.clock->monotonicMs() - device.lastStatus.copy().lastStatusTicks > statusLifetimeMs) {
+    const std::uint64_t lastTicks = device.lastStatus.copy().lastStatusTicks;
+    if (device.clock->monotonicMs() - lastTicks > statusLifetimeMs) {
         const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
         if (owner.owns_lock()) {
             StatusRecord record;

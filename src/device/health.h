@@ -19,7 +19,7 @@ void parseStatus(HXRDevice& device, const StatusRecord* record);
 /// the control endpoint.
 ///
 /// @param out  supply, `railX2`, `railX1`, `railX5`, temperatures of the FPGA, C, A, B, and the readings Q8,
-/// A, B
+///             A, B
 /// @return the link's status; `out` holds the last known values whatever it is
 HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out);
 

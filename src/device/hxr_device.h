@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -29,13 +30,12 @@ struct HXRDevice : EnvironmentSettings,
     /// @param unitLink    an attached link
     /// @param unitClock   outlives the device
     HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock)
-        : link(std::move(unitLink)), corrections(&link->corrections()), clock(&unitClock) {}
+        : clock(&unitClock), link(std::move(unitLink)), corrections(&link->corrections()) {}
 
     /// Brings a unit that has just been attached up. Called once.
     ///
     /// @return `hxrNoError`; `hxrDataSyncErr` if the unit's status is none or doesn't come;
-    /// `hxrADCAlignmentErr` if
-    ///         its converter clocks are not aligned
+    ///         `hxrADCAlignmentErr` if its converter clocks are not aligned
     HXRStatus open();
 
     bool disableLOOnAbort = true;  ///< an abort also turns the synthesizers off
@@ -44,14 +44,16 @@ struct HXRDevice : EnvironmentSettings,
     bool streamConfigured = false;
     bool fullBandConfigured = false;
     bool vsgConfigured = false;
-    std::unique_ptr<DeviceInterface> link;
     std::vector<HXRDevice*> slaves;  ///< the other units of the group, owned by the device table
     bool isSlave = false;            ///< this unit is in another's `slaves`
-    CorrectionState* corrections;    ///< the link's
     LoContext loContext;
+    SweepResult sweepResult;
+    std::array<std::int32_t, words::channelsPerUnit> lastBand{};  ///< of the full-band capture, by channel
     AcquisitionMutex acquisitionMutex;
     PublishedStatus lastStatus;
     platform::Clock* clock;
+    std::unique_ptr<DeviceInterface> link;  ///< the first to go when the device goes
+    CorrectionState* corrections;           ///< the link's
 };
 
 /// The device, then its `slaves`, in order.

@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "link/words.h"
+
 namespace hxr {
 
-inline constexpr std::size_t mostChannels = 16;
+inline constexpr std::size_t mostUnits = 4;
+inline constexpr std::size_t mostChannels = mostUnits * words::channelsPerUnit;
 
 /// One value for each channel of a group.
 template <typename T>
@@ -26,8 +29,8 @@ constexpr PerChannel<T> forAllChannels(const T& value) {
 
 /// The channels of a group; held by its master.
 struct ChannelSettings {
-    std::int32_t channelCount = 4;   ///< 4 for each unit of the group
-    std::int32_t focusChannel = -1;  ///< the channel that sweeps, -1 for none
+    std::int32_t channelCount = words::channelsPerUnit;  ///< 4 for each unit of the group
+    std::int32_t focusChannel = -1;                      ///< the channel that sweeps, -1 for none
     PerChannel<bool> channelEnabled{};
     PerChannel<bool> channelShared{};                      ///< the channel uses `sharedFreq`
     PerChannel<double> channelFreq = forAllChannels(1e9);  ///< Hz
@@ -86,6 +89,15 @@ struct SweepSettings {
     std::uint32_t sweepWindow = 0;      ///< 0 to 2
 };
 
+/// What a sweep plan has made of the settings.
+struct SweepResult {
+    double actualRBW = 0;       ///< Hz
+    double actualVBW = 0;       ///< Hz
+    std::int32_t points = 0;    ///< of the trace
+    double startFrequency = 0;  ///< Hz, of the first point
+    double binSize = 0;         ///< Hz between two points
+};
+
 /// Where a unit sends its samples. Held by each unit of a group; VRT destinations by input, in the first
 /// four.
 struct StreamOutputSettings {
@@ -99,13 +111,16 @@ struct StreamOutputSettings {
     PerChannel<std::uint64_t> vrtDestMAC{};  ///< 48-bit hardware addresses
 };
 
+inline constexpr std::uint16_t middleOfTimebase = 0x8000;
+
 /// A unit's timebase and fan.
 struct EnvironmentSettings {
     bool holdoverValid = false;            ///< a holdover record was found when the unit was opened
     std::uint64_t holdoverTime = 0;        ///< seconds since 1970 of that record
     std::uint64_t holdoverCoarseTune = 0;  ///< its value, in the low 16 bits
-    std::uint16_t coarseTune = 0x8000;     ///< timebase value without the part that follows temperature
-    std::uint16_t timebaseDAC = 0x8000;    ///< what the unit is told
+    std::uint16_t coarseTune =
+        middleOfTimebase;  ///< timebase value without the part that follows temperature
+    std::uint16_t timebaseDAC = middleOfTimebase;  ///< what the unit is told
     bool fanEnabled = true;
     float fanSetPoint = 50.0F;       ///< degrees Celsius
     std::uint32_t reference = 0;     ///< 0 internal, 1 external

@@ -44,7 +44,8 @@ std::optional<StatusRecord> DeviceInterface::firstContact(const char* hostAddr, 
     StatusRecord record;
     if (!sendList(singlePacket({words::streamStop(data_->localPort())})) || !readStatus(&record))
         return std::nullopt;
-    serialNumber_ = record.serialNumber();
+    // What is no status tells nothing of the unit: neither who it is, nor what time it is.
+    if (record.magicIsRight()) serialNumber_ = record.serialNumber();
     return record;
 }
 
@@ -52,8 +53,8 @@ bool DeviceInterface::stampDateAndTime(const StatusRecord& record) {
     const GpsFix fix(record.bytes().subspan<StatusRecord::gpsBlock, StatusRecord::gpsBlockSize>());
     CommandList list;
     list.beginPacket();
-    if (fix.timeIsValid()) {
-        appendRegister(list, dateRegister, registerSeconds(platform::startOfDay(fix.time())));
+    if (record.magicIsRight() && fix.timeIsValid()) {
+        appendRegister(list, dateRegister, registerSeconds(fix.date()));
         appendRegister(list, timeRegister, registerSeconds(fix.time()));
         timeSeeded_ = true;
     } else {
@@ -66,7 +67,7 @@ bool DeviceInterface::stampDateAndTime(const StatusRecord& record) {
 
 HXRStatus DeviceInterface::fillImage() {
     std::optional<std::uint64_t> cachedDate;
-    if (cache_.read(serialNumber_, cal::bytesOf(*flashCopy_))) {
+    if (serialNumber_ != unknownSerial && cache_.read(serialNumber_, cal::bytesOf(*flashCopy_))) {
         cachedDate = flashCopy_->calDate;
         adoptCorrections();
     }
@@ -80,7 +81,7 @@ HXRStatus DeviceInterface::fillImage() {
     const bool upToDate = cachedDate && flashDate <= *cachedDate;
     if (flashDate != cal::absentDate && !upToDate) {
         if (!readPages(chamberRest.first, chamberRest.last)) return linkStatus_;
-        cache_.write(serialNumber_, cal::bytesOf(*flashCopy_));
+        if (serialNumber_ != unknownSerial) cache_.write(serialNumber_, cal::bytesOf(*flashCopy_));
         adoptCorrections();
     }
     setFlashReadMode(false);

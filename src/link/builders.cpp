@@ -12,7 +12,6 @@ using words::noOperation;
 
 constexpr std::uint16_t firstDestinationRegister = 0x320;
 constexpr std::size_t mostRegistersInBlock = 255;
-constexpr int unitChannels = 4;
 
 // What an IPv4 header of the unit's packets holds beside the addresses, summed in 16-bit words: version and
 // header length, time to live 16 with protocol 17, and the total length.
@@ -58,7 +57,8 @@ void appendStreamDestination(CommandList& list, int slot, const char* destinatio
 void appendTimebaseWords(CommandList& list, std::uint16_t dac, std::uint32_t reference, bool gpsUpdate) {
     const bool external = reference == 1;
     constexpr std::uint8_t externalReferenceBit = 0x40;
-    list.append(words::expanderWrite(0x04, externalReferenceBit, external ? externalReferenceBit : 0));
+    list.append(words::expanderWrite(words::generatorAndReference, externalReferenceBit,
+                                     external ? externalReferenceBit : 0));
     list.append(words::applyPeripherals);
 
     const auto ungoverned = external ? words::TimebaseMode::external : words::TimebaseMode::internal;
@@ -68,15 +68,15 @@ void appendTimebaseWords(CommandList& list, std::uint16_t dac, std::uint32_t ref
 void appendChannelRoute(CommandList& list, int unit, const ChannelConfig& channels, int hardwareDecimation,
                         bool localStream, bool littleEndian) {
     std::uint32_t setup = 0;
-    for (int input = 0; input < unitChannels; ++input) {
-        const int channel = unitChannels * unit + input;
+    for (int input = 0; input < words::channelsPerUnit; ++input) {
+        const int channel = words::channelsPerUnit * unit + input;
         const bool streams = channel < static_cast<int>(channels.channelEnabled.size()) &&
                              channels.channelEnabled[static_cast<std::size_t>(channel)] &&
                              channel != channels.focusChannel;
         if (streams) setup |= 1U << input;
     }
-    if (channels.focusChannel >= 0 && channels.focusChannel / unitChannels == unit) {
-        setup |= static_cast<std::uint32_t>(channels.focusChannel % unitChannels + 4) << 4;
+    if (channels.focusChannel >= 0 && channels.focusChannel / words::channelsPerUnit == unit) {
+        setup |= static_cast<std::uint32_t>(channels.focusChannel % words::channelsPerUnit + 4) << 4;
     }
     const std::uint32_t decimationCode = hardwareDecimation == 1 ? 1 : hardwareDecimation == 2 ? 2 : 3;
     setup |= 0x1000 | decimationCode << 8;

@@ -29,7 +29,7 @@ class CommandList {
     void append(std::span<const std::uint32_t> run);
     void append(std::initializer_list<std::uint32_t> run) { append(std::span(run.begin(), run.size())); }
 
-    /// Counts datagrams that the words of the current packet will cause.
+    /// Counts datagrams that the words of the current packet will cause; the list must hold a packet.
     void expectData(std::uint32_t datagrams) { dataReplies_.back() += datagrams; }
     void expectStatus(std::uint32_t datagrams) { statusReplies_.back() += datagrams; }
 

@@ -1,6 +1,9 @@
 #include "link/device_interface.h"
 
+#include <cstring>
+
 #include "cal/image.h"
+#include "link/byte_order.h"
 #include "link/words.h"
 
 namespace hxr {
@@ -78,7 +81,12 @@ bool DeviceInterface::readFlashPage(std::uint16_t page, std::byte* buffer) {
 
     // The page's words come most significant byte first.
     const auto payload = datagram->subspan(dataHeaderBytes, flashPageBytes);
-    for (std::size_t i = 0; i < flashPageBytes; ++i) buffer[i] = payload[i ^ 3];
+    for (std::size_t offset = 0; offset < flashPageBytes; offset += sizeof(std::uint32_t)) {
+        std::uint32_t word;
+        std::memcpy(&word, payload.data() + offset, sizeof word);
+        word = reversedBytes(word);
+        std::memcpy(buffer + offset, &word, sizeof word);
+    }
     return true;
 }
 

@@ -20,6 +20,9 @@ namespace hxr {
 /// Bytes of a flash page as it is read over the network.
 inline constexpr std::size_t flashPageBytes = 8192;
 
+/// The serial number of a unit that hasn't told it.
+inline constexpr std::uint32_t unknownSerial = 0xFFFFFFFF;
+
 /// The link of one unit: its control endpoint for lists, status, flash pages and captures; its data endpoint
 /// for streams; and its calibration image.
 ///
@@ -43,15 +46,14 @@ class DeviceInterface {
     /// First contact with the unit, then date and time, then the calibration image, from the cache where it
     /// is up to date and from flash where not. Runs once; after a failure the object is of no more use.
     ///
-    /// @return `hxrNoError`; `hxrDeviceNotFoundErr` if the control endpoint doesn't open;
-    /// `hxrConnectionLostErr`
+    /// @return `hxrNoError`, also with an image that ends where the unit answered with something else than a
+    ///         page; `hxrDeviceNotFoundErr` if the control endpoint doesn't open; `hxrConnectionLostErr`
     HXRStatus attach(const char* hostAddr, const char* deviceAddr, std::uint16_t port);
 
     /// Opens the data endpoint on `port` at both ends, or opens it anew. That it didn't open is not reported.
     ///
     /// @return `hxrInvalidDeviceErr` before attach; `hxrInvalidConfigurationErr` if the control endpoint is
-    /// closed or
-    ///         has this port
+    ///         closed or has this port
     HXRStatus openDataSocket(std::uint16_t port);
 
     /// Sends all packets of a list, one behind the other. The unit runs them unanswered.
@@ -60,7 +62,7 @@ class DeviceInterface {
 
     /// Asks for one status record and waits up to 4000 ms for it.
     /// @return false for a null pointer, without touching the link, or if the link is lost; `record` is then
-    /// as it was
+    ///         as it was
     bool readStatus(StatusRecord* record);
 
     /// Leads flash pages to the control endpoint, or ends that.
@@ -70,8 +72,7 @@ class DeviceInterface {
     ///
     /// @param buffer  receives `flashPageBytes`
     /// @return false for a null pointer, without any traffic; if the link is lost; or, with the link in
-    /// order, if the
-    ///         unit answered with something else than a page
+    ///         order, if the unit answered with something else than a page
     bool readFlashPage(std::uint16_t page, std::byte* buffer);
 
     /// `hxrNoError` or, for good, `hxrConnectionLostErr`.
@@ -103,7 +104,7 @@ class DeviceInterface {
     bool calChecksumFailed_ = false;
     CorrectionState corrections_;
     bool connected_ = false;
-    std::uint32_t serialNumber_ = ~std::uint32_t{0};
+    std::uint32_t serialNumber_ = unknownSerial;
     std::atomic<HXRStatus> linkStatus_ = hxrNoError;
     std::unique_ptr<UDPDevice> control_;
     std::unique_ptr<UDPDevice> data_;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <new>
 
 #include "platform/files.h"
 
@@ -23,7 +24,11 @@ bool FlashCache::read(std::uint32_t serialNumber, std::span<std::byte> image) co
 }
 
 void FlashCache::write(std::uint32_t serialNumber, std::span<const std::byte> image) const {
-    platform::replaceFile(fileName(serialNumber), image);
+    try {
+        platform::replaceFile(fileName(serialNumber), image);
+    } catch (const std::bad_alloc&) {
+        return;  // no memory for the name: no file
+    }
 }
 
 std::string FlashCache::fileName(std::uint32_t serialNumber) const {

@@ -32,7 +32,8 @@ class FlashCache {
   public:
     explicit FlashCache(CalFolder folder) : folder_(std::move(folder)) {}
 
-    /// @param image  filled with the unit's file; left as it was if there is none of at least this size
+    /// @param image  filled with the unit's file; left as it was if there is none of at least this size,
+    ///               partly filled if reading it breaks off
     bool read(std::uint32_t serialNumber, std::span<std::byte> image) const;
 
     /// Replaces the unit's file, whole or not at all. A file that can't be written is no error: the next

@@ -28,6 +28,10 @@ std::int64_t GpsFix::time() const {
     return platform::secondsSince1970({u16(year), u8(month), u8(day), u8(hour), u8(minute), u8(second)});
 }
 
+std::int64_t GpsFix::date() const {
+    return platform::secondsSince1970({u16(year), u8(month), u8(day), 0, 0, 0});
+}
+
 std::uint8_t GpsFix::u8(std::size_t recordOffset) const {
     return std::to_integer<std::uint8_t>(block_[recordOffset - StatusRecord::gpsBlock]);
 }

@@ -16,8 +16,9 @@ class GpsFix {
     /// The date and the time of day are known and fully resolved.
     bool timeIsValid() const;
 
-    /// Seconds since 1970, UTC.
+    /// Seconds since 1970, UTC: of the fix, and of the beginning of its day.
     std::int64_t time() const;
+    std::int64_t date() const;
 
   private:
     std::uint8_t u8(std::size_t recordOffset) const;

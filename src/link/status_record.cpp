@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "link/byte_order.h"
+
 namespace hxr {
 namespace {
 
@@ -16,10 +18,7 @@ StatusRecord::StatusRecord(std::span<const std::byte> datagram) : received_(std:
 
 bool StatusRecord::magicIsRight() const { return received_ >= definedSize && u32(0) == statusMagic; }
 
-std::uint32_t StatusRecord::serialNumber() const {
-    const std::uint32_t reversed = u32(serial);
-    return reversed >> 24 | (reversed >> 8 & 0xFF00) | (reversed << 8 & 0xFF0000) | reversed << 24;
-}
+std::uint32_t StatusRecord::serialNumber() const { return reversedBytes(u32(serial)); }
 
 std::uint64_t StatusRecord::peerAddress() const {
     return static_cast<std::uint64_t>(u16(peerHigh)) << 32 | u32(peerLow);

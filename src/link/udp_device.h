@@ -59,12 +59,12 @@ class UDPDevice {
     virtual std::uint16_t localPort() const = 0;
     virtual std::uint16_t remotePort() const = 0;
 
-    /// Begins to send 512 words as one datagram, least significant byte first. The words stay in place until
+    /// Sends 512 words as one datagram, least significant byte first. The words stay in place until
     /// `waitSend` of the same slot returns. On a lost endpoint nothing goes out; a send on a slot whose last
     /// send wasn't waited for makes the endpoint lost.
     virtual void send(int slot, const std::uint32_t* words) = 0;
 
-    /// Waits for the slot's send, up to 2000 ms, beyond which the endpoint is lost.
+    /// Tells how the slot's send ended. One that the system didn't take within 2000 ms loses the endpoint.
     /// @return bytes sent: 2048, or 0
     virtual std::size_t waitSend(int slot) = 0;
 
@@ -80,7 +80,8 @@ class UDPDevice {
     /// @return receives taken back
     virtual int withdrawReceives(int slot) = 0;
 
-    /// Whether the endpoint has failed: it sends nothing any more. Stays set for the endpoint's life.
+    /// Whether the endpoint has failed, by a send or receive time-out or a send on a busy slot: it sends
+    /// nothing any more. Stays set for the endpoint's life.
     virtual bool lost() const = 0;
 };
 

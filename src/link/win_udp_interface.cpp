@@ -4,7 +4,10 @@
 #include <bit>
 #include <chrono>
 #include <span>
+#include <system_error>
 #include <thread>
+
+#include "link/byte_order.h"
 
 namespace hxr {
 namespace {
@@ -41,9 +44,7 @@ std::span<const std::byte> wireForm(const std::uint32_t* words,
     if constexpr (std::endian::native == std::endian::little) {
         return std::as_bytes(std::span(words, wordsPerPacket));
     } else {
-        std::transform(words, words + wordsPerPacket, turned.begin(), [](std::uint32_t word) {
-            return word >> 24 | (word >> 8 & 0xFF00) | (word << 8 & 0xFF0000) | word << 24;
-        });
+        std::transform(words, words + wordsPerPacket, turned.begin(), reversedBytes);
         return std::as_bytes(turned);
     }
 }
@@ -112,8 +113,12 @@ bool WinUDPInterface::open(const char* localAddress, const char* remoteAddress, 
     std::string remote = remoteAddress;
 
     const Lock lock(mutex_);
-    mover_ = platform::Thread("HXR Receive", platform::ThreadPriority::timeCritical,
-                              [this, socket] { moveDatagrams(socket); });
+    try {
+        mover_ = platform::Thread("HXR Receive", platform::ThreadPriority::timeCritical,
+                                  [this, socket] { moveDatagrams(socket); });
+    } catch (const std::system_error&) {
+        return false;  // no thread to give
+    }
     socket_ = std::move(socket);
     buffers_ = std::move(buffers);
     receiveSlots_ = std::move(slots);
@@ -136,11 +141,12 @@ void WinUDPInterface::release() {
         Lock lock(mutex_);
         closing_ = true;
         endSocket(lock);
-        usersLeft_.wait(lock, [this] { return users_ == 0; });
     }
     mover_.join();
 
-    const Lock lock(mutex_);
+    // Until the slots are gone nobody can come in, and nobody may be inside.
+    Lock lock(mutex_);
+    usersLeft_.wait(lock, [this] { return users_ == 0; });
     for (auto& slot : receiveSlots_) slot.reset();
     buffers_.reset();
     localAddress_.clear();
@@ -169,29 +175,33 @@ void WinUDPInterface::send(int slot, const std::uint32_t* words) {
     }
     if (lost_) return;
     state.pending = sendBytes;
-    state.datagram = wireForm(words, state.wireWords);
+    state.sent = sendNow(wireForm(words, state.wireWords));
+}
+
+/// Hands a datagram to the system, which nearly always takes it at once. Where it doesn't, it is asked again
+/// here: a caller may collect the reply before it waits for the send.
+bool WinUDPInterface::sendNow(std::span<const std::byte> datagram) {
     const auto socket = socketNow();
-    state.sent = socket && socket->send(state.datagram);
+    if (!socket) return false;
+    if (socket->send(datagram)) return true;
+
+    const auto deadline = steady_clock::now() + clock_.timeout(sendTimeout);
+    while (socketNow() == socket) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        if (left <= milliseconds::zero()) return false;
+        socket->waitSendable(left);
+        if (socket->send(datagram)) return true;
+    }
+    return false;
 }
 
 std::size_t WinUDPInterface::waitSend(int slot) {
     SendSlot& state = sendSlots_[index(slot)];
-    if (state.pending == 0) return 0;
-
-    const auto deadline = steady_clock::now() + clock_.timeout(sendTimeout);
-    while (!state.sent) {
-        const auto socket = socketNow();
-        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
-        if (!socket || left <= milliseconds::zero()) {
-            lost_ = true;
-            Lock lock(mutex_);
-            endSocket(lock);
-            break;
-        }
-        socket->waitSendable(left);
-        state.sent = socket->send(state.datagram);
-    }
     const std::size_t transferred = state.sent ? state.pending : 0;
+    if (state.pending != 0 && !state.sent) {
+        Lock lock(mutex_);
+        loseEndpoint(lock);
+    }
     state.pending = 0;
     return transferred;
 }
@@ -239,11 +249,32 @@ ReceiveResult* WinUDPInterface::collectReceives(int number) {
         const bool ended = slot->progress.wait_for(lock, timeout, [&] {
             return slot->arrived >= std::min(batchEnd, slot->pendingCount) || !socket_;
         });
-        if (!ended) endSocket(lock);
+        if (!ended) lookOnceMore(lock);
+        if (slot->arrived < std::min(batchEnd, slot->pendingCount)) loseEndpoint(lock);
     }
     if (slot->arrived < slot->pendingCount) slot->result.timedOut = true;
     slot->pendingCount = slot->arrived = 0;
     return closing_ ? &closedResult_ : &slot->result;
+}
+
+/// Takes what lies in the socket. A process that was held up as a whole must not find a time-out where the
+/// datagram had come in time.
+void WinUDPInterface::lookOnceMore(Lock& lock) {
+    std::array<platform::ReceivePlace, moverBatch> places;
+    const MoverPause pause(*this, lock);
+    std::size_t wanted = 0, got = 0;
+    do {
+        wanted = choosePlaces(places);
+        if (!socket_ || wanted == 0) return;
+        got = socket_->receive(std::span(places).first(wanted));
+        publishArrived(std::span(places).first(got));
+    } while (got == wanted);
+}
+
+/// The endpoint has failed: it sends nothing any more, and its socket is closed.
+void WinUDPInterface::loseEndpoint(Lock& lock) {
+    lost_ = true;
+    endSocket(lock);
 }
 
 int WinUDPInterface::withdrawReceives(int number) {
@@ -257,11 +288,7 @@ int WinUDPInterface::withdrawReceives(int number) {
 /// Takes back what a slot has posted and nothing has arrived for, once the mover's hands are off its buffers.
 int WinUDPInterface::takeBack(Lock& lock, ReceiveSlot& slot, int number) {
     if (slot.arrived == slot.pendingCount) return 0;
-    ++takingBack_;
-    moverPaused_.wait(lock, [this] { return !moving_; });
-    --takingBack_;
-    posted_.notify_one();
-
+    const MoverPause pause(*this, lock);
     const int taken = slot.pendingCount - slot.arrived;
     postOrder_.remove(number);
     slot.pendingCount = slot.arrived;
@@ -275,7 +302,7 @@ void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& 
     std::array<platform::ReceivePlace, moverBatch> places;
     Lock lock(mutex_);
     while (true) {
-        posted_.wait(lock, [&] { return socket_ != socket || (!postOrder_.empty() && takingBack_ == 0); });
+        posted_.wait(lock, [&] { return socket_ != socket || (!postOrder_.empty() && pausesWanted_ == 0); });
         if (socket_ != socket) return;
         const std::size_t wanted = choosePlaces(places);
         moving_ = true;
@@ -283,7 +310,7 @@ void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& 
         const std::size_t got = socket->receive(std::span(places).first(wanted));
         lock.lock();
         moving_ = false;
-        if (takingBack_ != 0) moverPaused_.notify_all();
+        if (pausesWanted_ != 0) moverPaused_.notify_all();
         if (socket_ != socket) return;
         publishArrived(std::span(places).first(got));
         if (got == wanted) continue;

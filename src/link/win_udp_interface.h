@@ -59,7 +59,6 @@ class WinUDPInterface final : public UDPDevice {
     /// One send in flight. Big-endian hosts turn the words round in `wireWords`.
     struct SendSlot {
         std::size_t pending = 0;  ///< bytes in flight, 0 when the slot is free
-        std::span<const std::byte> datagram;
         bool sent = false;
         std::array<std::uint32_t, wordsPerPacket> wireWords;
     };
@@ -97,7 +96,29 @@ class WinUDPInterface final : public UDPDevice {
         WinUDPInterface& endpoint_;
     };
 
+    /// While it lives, the mover keeps its hands off all buffers. Made and ended under lock, which it gives
+    /// away while the mover finishes what it is at.
+    class MoverPause {
+      public:
+        MoverPause(WinUDPInterface& endpoint, Lock& lock) : endpoint_(endpoint) {
+            ++endpoint_.pausesWanted_;
+            endpoint_.moverPaused_.wait(lock, [this] { return !endpoint_.moving_; });
+        }
+        ~MoverPause() {
+            --endpoint_.pausesWanted_;
+            endpoint_.posted_.notify_one();
+        }
+        MoverPause(const MoverPause&) = delete;
+        MoverPause& operator=(const MoverPause&) = delete;
+
+      private:
+        WinUDPInterface& endpoint_;
+    };
+
     void release();
+    bool sendNow(std::span<const std::byte> datagram);
+    void loseEndpoint(Lock& lock);
+    void lookOnceMore(Lock& lock);
     void moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket);
     std::size_t choosePlaces(std::span<platform::ReceivePlace> places);
     void publishArrived(std::span<const platform::ReceivePlace> places);
@@ -120,8 +141,8 @@ class WinUDPInterface final : public UDPDevice {
     std::array<std::unique_ptr<ReceiveSlot>, slotCount> receiveSlots_;
     PostOrder postOrder_;
     std::condition_variable posted_;
-    bool moving_ = false;  ///< the mover is filling buffers, without the lock
-    int takingBack_ = 0;   ///< threads that wait for the mover to pause
+    bool moving_ = false;   ///< the mover is filling buffers, without the lock
+    int pausesWanted_ = 0;  ///< threads that wait for the mover to pause
     std::condition_variable moverPaused_;
     int users_ = 0;         ///< threads that use a receive slot
     bool closing_ = false;  ///< the receive slots go as soon as nobody uses them

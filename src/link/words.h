@@ -2,11 +2,15 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 namespace hxr::words {
 
 using Word = std::uint32_t;
+
+/// RF channels of a unit: its inputs 0 to 3.
+inline constexpr int channelsPerUnit = 4;
 
 // Sequencer words act in the receiver itself.
 
@@ -75,6 +79,9 @@ constexpr Word chipWrite(Chip chip, std::uint16_t address, std::uint8_t value) {
 /// A synthesizer's software reset.
 constexpr Word synthesizerReset(Chip chip) { return chipWrite(chip, 0x0000, 0x81); }
 
+/// The expander's register that switches the generator and chooses the reference.
+inline constexpr std::uint8_t generatorAndReference = 0x04;
+
 /// Gives the bits of `mask` in a register of the routing expander the values that they have in `bits`.
 constexpr Word expanderWrite(std::uint8_t address, std::uint8_t mask, std::uint8_t bits) {
     return 0x51000000 | static_cast<std::uint32_t>(address) << 16 | static_cast<std::uint32_t>(mask) << 8 |
@@ -86,14 +93,26 @@ inline constexpr Word applyPeripherals = 0x4C000000;
 
 // Per-channel words address an RF channel of the unit by the high nibble.
 
-/// @param input    0 to 3
-/// @param content  the 28 bits of transfer kind and chip data
-constexpr Word channelWord(int input, std::uint32_t content) {
+/// @param input     0 to 3
+/// @param transfer  kind of transfer, 0 to 15
+/// @param data      24 bits for the chip
+constexpr Word channelWord(int input, std::uint32_t transfer, std::uint32_t data) {
     const int nibble = input < 2 ? input + 9 : input + 11;
-    return static_cast<std::uint32_t>(nibble) << 28 | content;
+    return static_cast<std::uint32_t>(nibble) << 28 | transfer << 24 | data;
 }
 
 /// Switches a channel's `highLo` off.
-constexpr Word highLoOff(int input) { return channelWord(input, 0x00002B83); }
+constexpr Word highLoOff(int input) { return channelWord(input, 0, 0x002B83); }
+
+/// What a channel's front end needs to rest, one word for each kind of transfer.
+struct FrontEndTransfer {
+    std::uint32_t transfer;
+    std::uint32_t data;
+};
+inline constexpr std::array frontEndRest{
+    FrontEndTransfer{3, 0x000067},
+    FrontEndTransfer{1, 0x000007},
+    FrontEndTransfer{4, 0x000028},
+};
 
 }  // namespace hxr::words

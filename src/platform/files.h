@@ -11,7 +11,7 @@ namespace hxr::platform {
 std::filesystem::path machineDataFolder();
 
 /// Makes `folder` with all that lies above it, and tells whether files can be made and read in it.
-bool makeUsableFolder(const std::filesystem::path& folder) noexcept;
+bool makeUsableFolder(const std::filesystem::path& folder);
 
 /// Fills `content` from the head of a plain file.
 /// @return false if the file doesn't open, is no plain file or is shorter than `content`; a file known to be

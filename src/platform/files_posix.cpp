@@ -56,12 +56,11 @@ void flushFolder(const std::filesystem::path& folder) {
 
 std::filesystem::path machineDataFolder() { return "/var/lib"; }
 
-bool makeUsableFolder(const std::filesystem::path& folder) noexcept try {
+bool makeUsableFolder(const std::filesystem::path& folder) {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    return std::filesystem::is_directory(folder, error) && ::access(folder.c_str(), R_OK | W_OK | X_OK) == 0;
-} catch (const std::bad_alloc&) {
-    return false;
+    return std::filesystem::is_directory(folder, error) &&
+           ::faccessat(AT_FDCWD, folder.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 bool readFile(const std::filesystem::path& file, std::span<std::byte> content) noexcept {

@@ -2,6 +2,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -45,9 +46,9 @@ struct SchedulingAttributes {
     std::uint64_t sliceNs, deadlineNs, periodNs;
 };
 
-/// Lets the calling thread's pauses end on time, and gives it real time at a low level or, where that isn't
-/// permitted, the short time slice of a thread that runs for a moment and soon: the scheduler then lets it in
-/// ahead of threads with long slices.
+/// Lets the calling thread's pauses end on time, and gives it real time at a low level. Where that isn't
+/// permitted it asks for short time slices instead, for which the scheduler lets a thread in ahead of those
+/// that run for longer.
 void becomeTimeCritical() {
     ::prctl(PR_SET_TIMERSLACK, 1UL);
     sched_param level{};
@@ -58,6 +59,7 @@ void becomeTimeCritical() {
     SchedulingAttributes normal{};
     normal.size = sizeof normal;
     normal.policy = SCHED_OTHER;
+    normal.nice = ::getpriority(PRIO_PROCESS, 0);  // of the calling thread; kept
     normal.sliceNs = shortSliceNs;
     ::syscall(SYS_sched_setattr, 0, &normal, 0U);  // a system that doesn't know slices ignores or refuses it
 }

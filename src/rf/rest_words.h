@@ -11,7 +11,7 @@ namespace hxr {
 
 /// Switches the generator off.
 inline constexpr std::array generatorOffWords{
-    words::expanderWrite(0x04, 0x3F, 0x27),
+    words::expanderWrite(words::generatorAndReference, 0x3F, 0x27),
     words::chipWrite(words::Chip::generator, 0x0600, 0x00),
     words::expanderWrite(0x06, 0x60, 0x60),
     words::expanderWrite(0x07, 0x02, 0x00),

@@ -4,7 +4,6 @@
 
 #include <memory>
 
-#include "support/loopback.h"
 #include "support/scripted_endpoint.h"
 #include "support/temporary_folder.h"
 #include "support/test_clock.h"
@@ -38,7 +37,9 @@ class Link : public testing::Test {
 };
 
 TEST_F(Link, SendsWholePacketsInOrder) {
-    EXPECT_TRUE(link.sendList(CommandList()));
+    CommandList cleared = packets(2);
+    cleared.clear();
+    EXPECT_TRUE(link.sendList(cleared));
     EXPECT_TRUE(control->sent.empty());
     CommandList empty;
     empty.beginPacket();
@@ -71,8 +72,20 @@ TEST_F(Link, TouchesNothingForANullBuffer) {
     EXPECT_FALSE(link.readStatus(nullptr));
     EXPECT_FALSE(link.readFlashPage(128, nullptr));
     EXPECT_TRUE(control->sent.empty());
-    EXPECT_EQ(control->posted, 0);
+    EXPECT_TRUE(control->calls.empty());
     EXPECT_EQ(link.lastStatus(), hxrNoError);
+}
+
+TEST_F(Link, PostsBeforeItAsksAndWaitsFourSeconds) {
+    const std::vector<std::string> request{"post 0 1 4000", "send 0", "wait 0", "collect 0"};
+    StatusRecord record;
+    link.readStatus(&record);
+    EXPECT_EQ(control->calls, request);
+    control->calls.clear();
+    std::vector<std::byte> page(flashPageBytes, std::byte{1});
+    EXPECT_FALSE(link.readFlashPage(128, page.data()));
+    EXPECT_EQ(control->calls, request);
+    EXPECT_EQ(page, std::vector(flashPageBytes, std::byte{1}));
 }
 
 TEST_F(Link, LeavesTheRecordAsItWasWhenNoReplyComes) {

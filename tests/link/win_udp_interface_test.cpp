@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 #include "support/loopback.h"
@@ -18,7 +20,7 @@ using test::Peer;
 using test::TestClock;
 using namespace std::chrono_literals;
 
-constexpr unsigned longTimeoutMs = 10'000;
+constexpr unsigned longTimeoutMs = 1'000'000;  // a test that waits it out is ended by its own limit
 constexpr unsigned shortTimeoutMs = 20;
 
 const std::string host = test::hostAddress();
@@ -107,13 +109,18 @@ TEST_F(Endpoint, OneMissingDatagramTimesOutForGood) {
     EXPECT_EQ(result.lengths[1], 100U);
     EXPECT_EQ(result.lengths[2], 0U);
     EXPECT_FALSE(endpoint.isOpen());
+    EXPECT_TRUE(endpoint.lost());
 
     // Nothing waits another time-out on the closed socket, and nothing goes out.
     endpoint.postReceives(0, 1, longTimeoutMs);
     EXPECT_TRUE(endpoint.collectReceives(0)->timedOut);
     endpoint.send(0, words.data());
     EXPECT_EQ(endpoint.waitSend(0), 0U);
-    EXPECT_TRUE(endpoint.lost());
+
+    // A new socket doesn't help: the endpoint stays lost.
+    EXPECT_TRUE(endpoint.open(host.c_str(), unit.c_str(), controlPort, controlPort));
+    endpoint.send(0, words.data());
+    EXPECT_EQ(endpoint.waitSend(0), 0U);
     EXPECT_FALSE(peer.hasDatagram());
 }
 
@@ -124,12 +131,6 @@ TEST_F(Endpoint, SecondSendWithoutWaitLosesTheEndpoint) {
     EXPECT_EQ(endpoint.waitSend(4), 2048U);
     EXPECT_EQ(peer.receive().size(), 2048U);
     EXPECT_FALSE(peer.hasDatagram());
-
-    // A new socket doesn't help: the endpoint stays lost.
-    EXPECT_TRUE(endpoint.open(host.c_str(), unit.c_str(), controlPort, controlPort));
-    endpoint.send(0, words.data());
-    EXPECT_EQ(endpoint.waitSend(0), 0U);
-    EXPECT_TRUE(endpoint.lost());
 }
 
 TEST_F(Endpoint, OtherSendersAreNotHeard) {
@@ -224,34 +225,83 @@ TEST(EndpointOpening, RefusesWhatIsNoAddress) {
     EXPECT_TRUE(endpoint.close());
 }
 
-/// A socket that takes nothing, as one whose interface is stuck.
+TEST_F(Endpoint, ClosesUnderThreadsThatPostAndCollect) {
+    std::atomic<bool> running = true;
+    std::vector<std::thread> users;
+    for (int slot = 0; slot < 3; ++slot) {
+        users.emplace_back([&, slot] {
+            while (running) {
+                endpoint.postReceives(slot, 200, longTimeoutMs);
+                if (slot == 0) endpoint.withdrawReceives(slot);
+                endpoint.collectReceives(slot);
+            }
+        });
+    }
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(endpoint.close());
+        EXPECT_TRUE(endpoint.open(host.c_str(), unit.c_str(), controlPort, controlPort));
+        answer(numbered(1));
+    }
+    running = false;
+    endpoint.close();
+    for (std::thread& user : users) user.join();
+}
+
+/// A socket that nothing comes to, and that takes nothing until it was asked so many times.
 class StuckSocket final : public platform::UdpSocket {
   public:
-    explicit StuckSocket(int& ends) : ends_(ends) {}
-    bool send(std::span<const std::byte>) override { return false; }
+    StuckSocket(int refusals, int& ends) : refusals_(refusals), ends_(ends) {}
+    bool send(std::span<const std::byte>) override { return refusals_-- <= 0; }
     void waitSendable(std::chrono::milliseconds) override { std::this_thread::sleep_for(1ms); }
     std::size_t receive(std::span<platform::ReceivePlace>) override { return 0; }
     void waitReceivable() override { std::this_thread::sleep_for(1ms); }
     void shutDown() override { ++ends_; }
 
   private:
+    int refusals_;
     int& ends_;
 };
 
-TEST(EndpointSending, ASendThatDoesntFinishLosesTheEndpointAndClosesItOnce) {
-    TestClock clock(40);
+class StuckEndpoint : public testing::Test {
+  protected:
+    void openWith(int refusals) {
+        endpoint = std::make_unique<WinUDPInterface>(
+            clock, [this, refusals](auto&&...) { return std::make_shared<StuckSocket>(refusals, ends); });
+        ASSERT_TRUE(endpoint->open("127.0.0.1", "127.0.0.2", controlPort, controlPort));
+    }
+
+    TestClock clock{40};
     int ends = 0;
-    WinUDPInterface endpoint(clock, [&](auto&&...) { return std::make_shared<StuckSocket>(ends); });
-    ASSERT_TRUE(endpoint.open("127.0.0.1", "127.0.0.2", controlPort, controlPort));
-    const std::array<std::uint32_t, wordsPerPacket> words{};
-    endpoint.send(0, words.data());
-    EXPECT_FALSE(endpoint.lost());
-    EXPECT_EQ(endpoint.waitSend(0), 0U);
-    EXPECT_TRUE(endpoint.lost());
-    EXPECT_FALSE(endpoint.isOpen());
+    std::unique_ptr<WinUDPInterface> endpoint;
+    std::array<std::uint32_t, wordsPerPacket> words{};
+};
+
+TEST_F(StuckEndpoint, ASendThatDoesntFinishLosesTheEndpointAndClosesItOnce) {
+    openWith(1'000'000);
+    endpoint->send(0, words.data());
+    EXPECT_FALSE(endpoint->lost());
+    EXPECT_EQ(endpoint->waitSend(0), 0U);
+    EXPECT_TRUE(endpoint->lost());
+    EXPECT_FALSE(endpoint->isOpen());
     EXPECT_EQ(clock.timeouts(), std::vector{2000ms});
-    endpoint.close();
+    endpoint->close();
     EXPECT_EQ(ends, 1);
+}
+
+TEST_F(StuckEndpoint, AReceiveThatTimesOutClosesItOnce) {
+    openWith(0);
+    endpoint->postReceives(0, 1, 400);
+    EXPECT_TRUE(endpoint->collectReceives(0)->timedOut);
+    endpoint->close();
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(StuckEndpoint, ASendIsOnItsWayBeforeItsReplyIsCollected) {
+    openWith(3);
+    endpoint->send(0, words.data());
+    endpoint->postReceives(0, 1, 40);
+    endpoint->collectReceives(0);
+    EXPECT_EQ(endpoint->waitSend(0), 2048U);
 }
 
 }  // namespace

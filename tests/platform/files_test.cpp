@@ -1,6 +1,9 @@
 #include "platform/files.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include <string>
 #include <vector>
@@ -33,6 +36,25 @@ TEST(Files, AreReplacedWholeOrNotAtAll) {
     EXPECT_FALSE(replaceFile(folder.path() / "taken", bytes(10, 3)));
     EXPECT_FALSE(replaceFile(folder.path() / "missing" / "file", bytes(10, 3)));
     EXPECT_EQ(entriesOf(folder.path()), 2U);
+}
+
+TEST(Files, ThatTheDiskHasNoRoomForStayAsTheyWere) {
+    const test::TemporaryFolder folder;
+    const auto file = folder.path() / "file";
+    ASSERT_TRUE(replaceFile(file, bytes(3000, 1)));
+    rlimit before{};
+    ::getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small{4096, before.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    const bool replaced = replaceFile(file, bytes(10000, 2));
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, SIG_DFL);
+    EXPECT_FALSE(replaced);
+    auto content = bytes(3000, 0);
+    EXPECT_TRUE(readFile(file, content));
+    EXPECT_EQ(content, bytes(3000, 1));
+    EXPECT_EQ(entriesOf(folder.path()), 1U);
 }
 
 TEST(Files, ShortOnesAreNotRead) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "support/peer.h"
+
 namespace hxr::test {
 namespace {
 
@@ -11,7 +13,7 @@ std::uint32_t serialNumber(int position) { return firstSerialNumber + static_cas
 
 }  // namespace
 
-Installation::Installation(int shortening) : clock(shortening) {
+Installation::Installation() {
     api::Environment environment;
     environment.clock = &clock;
     environment.calFolder = CalFolder(machineFolder, fallbackFolder);
@@ -20,6 +22,7 @@ Installation::Installation(int shortening) : clock(shortening) {
 
 Installation::~Installation() {
     for (int open = 0; open < api::DeviceTable::size; ++open) hxrCloseDevice(open);
+    api::deviceTable().useEnvironment({});
     for (const auto& unit : units) {
         EXPECT_EQ(unit->breaches(), std::vector<std::string>{}) << unit->address();
     }
@@ -41,6 +44,17 @@ HXRStatus Installation::connect(int position) {
 
 HXRStatus Installation::pair(int position) {
     return hxrPairDevice(handle, hostAddress().c_str(), unitAddress(position).c_str(), controlPort);
+}
+
+std::size_t Installation::datagramsAt(sim::SimulatedUnit& unit) {
+    // The unit takes datagrams in order, so what left before this request has been counted when it is answered.
+    Peer witness(loopbackAddress(15), controlPort);
+    std::vector<std::uint8_t> statusRequest(2048);
+    statusRequest[0] = 0x08;
+    statusRequest[3] = 0x11;
+    witness.send(unit.address(), controlPort, statusRequest);
+    EXPECT_FALSE(witness.receive().empty());
+    return unit.recording().counts().packets - 1;
 }
 
 std::filesystem::path Installation::cacheFile(int position) const {

@@ -15,13 +15,12 @@
 
 namespace hxr::test {
 
-/// The driver on this machine with up to four simulated units beside it: a clock and folders of the test's
+/// The driver on this machine with simulated units beside it: a clock and folders of the test's
 /// own, and every handle closed at the end. At the end the units must have met no word and no sequence that
 /// they don't know.
 class Installation : public testing::Test {
   protected:
-    /// @param shortening  a time-out lasts this part of its nominal length
-    explicit Installation(int shortening = 1);
+    Installation();
     ~Installation() override;
 
     /// Starts a further unit: serial numbers 12345678 and up, addresses as `unitAddress` counts them.
@@ -30,6 +29,12 @@ class Installation : public testing::Test {
     /// Connects to the unit at a position.
     HXRStatus connect(int position = 0);
     HXRStatus pair(int position);
+
+    /// The open unit of a handle.
+    static HXRDevice& device(int handle) { return *api::deviceTable().find(handle); }
+
+    /// Datagrams that a unit has got since its recording was cleared, with all that had left this host by now.
+    static std::size_t datagramsAt(sim::SimulatedUnit& unit);
 
     /// The unit's calibration cache file, where the folder is as it should be.
     std::filesystem::path cacheFile(int position = 0) const;
@@ -40,12 +45,6 @@ class Installation : public testing::Test {
     std::filesystem::path fallbackFolder = folder.path() / "local" / "cal_files";
     std::vector<std::unique_ptr<sim::SimulatedUnit>> units;
     int handle = -1;
-};
-
-/// Waits out nothing of a lost link but a small part.
-class FaultyInstallation : public Installation {
-  protected:
-    FaultyInstallation() : Installation(20) {}
 };
 
 /// A synthetic image for the unit at a position.

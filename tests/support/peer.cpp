@@ -43,8 +43,8 @@ void Peer::send(const std::string& address, std::uint16_t port, const std::vecto
              sizeof to);
 }
 
-std::vector<std::uint8_t> Peer::receive() {
-    if (!readable(descriptor_, 1000)) return {};
+std::vector<std::uint8_t> Peer::receive(int timeoutMs) {
+    if (!readable(descriptor_, timeoutMs)) return {};
     std::vector<std::uint8_t> datagram(65536);
     const ssize_t got = ::recv(descriptor_, datagram.data(), datagram.size(), 0);
     datagram.resize(got < 0 ? 0 : static_cast<std::size_t>(got));

@@ -17,8 +17,8 @@ class Peer {
 
     void send(const std::string& address, std::uint16_t port, const std::vector<std::uint8_t>& datagram);
 
-    /// The next datagram, or nothing after a second.
-    std::vector<std::uint8_t> receive();
+    /// The next datagram, or nothing after the time-out.
+    std::vector<std::uint8_t> receive(int timeoutMs = 10'000);
 
     /// Whether a datagram lies ready to be received.
     bool hasDatagram() const;

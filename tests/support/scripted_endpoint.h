@@ -18,7 +18,7 @@ class ScriptedEndpoint final : public UDPDevice {
     std::deque<std::vector<std::byte>> replies;  ///< none left: a time-out
     std::optional<std::size_t> shortSend;        ///< this send, counted from 0, transfers fewer bytes
     std::optional<std::size_t> lostAt;           ///< from this send on the endpoint is lost
-    int posted = 0;
+    std::vector<std::string> calls;              ///< what was asked for, in order
 
     bool isOpen() const override { return open_; }
     bool open(const char* local, const char* remote, std::uint16_t localPort,
@@ -39,12 +39,19 @@ class ScriptedEndpoint final : public UDPDevice {
     std::string remoteAddress() const override { return remote_; }
     std::uint16_t localPort() const override { return ports_.first; }
     std::uint16_t remotePort() const override { return ports_.second; }
-    void send(int, const std::uint32_t* words) override { sent.emplace_back(words, words + wordsPerPacket); }
-    std::size_t waitSend(int) override {
+    void send(int slot, const std::uint32_t* words) override {
+        note("send", slot);
+        sent.emplace_back(words, words + wordsPerPacket);
+    }
+    std::size_t waitSend(int slot) override {
+        note("wait", slot);
         return shortSend && sent.size() == *shortSend + 1 ? 1000 : sendBytes;
     }
-    void postReceives(int, int count, unsigned) override { posted += count; }
-    ReceiveResult* collectReceives(int) override {
+    void postReceives(int slot, int count, unsigned timeoutMs) override {
+        note("post", slot, count, timeoutMs);
+    }
+    ReceiveResult* collectReceives(int slot) override {
+        note("collect", slot);
         result_.timedOut = result_.timedOut || replies.empty();
         if (!replies.empty()) {
             current_ = replies.front();
@@ -60,6 +67,12 @@ class ScriptedEndpoint final : public UDPDevice {
     int opens = 0, closes = 0;
 
   private:
+    template <typename... Numbers>
+    void note(std::string call, Numbers... numbers) {
+        ((call += ' ' + std::to_string(numbers)), ...);
+        calls.push_back(call);
+    }
+
     bool open_ = false;
     std::string local_, remote_;
     std::pair<std::uint16_t, std::uint16_t> ports_{};

@@ -10,12 +10,14 @@
 
 namespace hxr::test {
 
-/// A clock that a test moves by hand: pauses pass at once and are noted, time-outs may last a small
-/// part of what they say.
+/// A clock that a test moves by hand: pauses pass at once and are noted, time-outs may last a small part of
+/// what they say.
 class TestClock final : public platform::Clock {
   public:
     /// @param shortening  a time-out lasts this part of its nominal length
     explicit TestClock(int shortening = 1) : shortening_(shortening) {}
+
+    void shortenTimeouts(int shortening) { shortening_ = shortening; }
 
     std::uint64_t monotonicMs() const override { return monotonicMs_; }
     std::int64_t utcSeconds() const override { return utcSeconds_; }
@@ -29,7 +31,7 @@ class TestClock final : public platform::Clock {
     std::chrono::milliseconds timeout(std::chrono::milliseconds nominal) const override {
         const std::lock_guard lock(mutex_);
         timeouts_.push_back(nominal);
-        return std::max(nominal / shortening_, std::chrono::milliseconds(1));
+        return std::max(nominal / shortening_.load(), std::chrono::milliseconds(1));
     }
 
     void advance(std::chrono::milliseconds time) { monotonicMs_ += static_cast<std::uint64_t>(time.count()); }
@@ -41,7 +43,7 @@ class TestClock final : public platform::Clock {
     }
 
   private:
-    const int shortening_;
+    std::atomic<int> shortening_;
     std::atomic<std::uint64_t> monotonicMs_ = 1'000'000;
     std::atomic<std::int64_t> utcSeconds_ = 1'790'000'000;
     mutable std::mutex mutex_;

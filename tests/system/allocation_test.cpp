@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <new>
 
 #include "support/installation.h"
@@ -58,36 +58,63 @@ std::size_t openDescriptors() {
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
+/// Makes one allocation more of `call` succeed each time, until nothing fails any more.
+/// @param afterFailure  looks at what a failure has left
+long failEveryAllocation(const std::function<HXRStatus()>& call,
+                         const std::function<void(long)>& afterFailure) {
+    for (long granted = 0; granted < 3000; ++granted) {
+        allocationsLeft = granted;
+        const HXRStatus status = call();
+        allocationsLeft = -1;
+        if (status == hxrNoError) return granted;
+        EXPECT_EQ(status, hxrMemoryAllocationErr) << granted;
+        afterFailure(granted);
+    }
+    ADD_FAILURE() << "it never succeeds";
+    return 0;
+}
+
 TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     startUnit();
-    const std::string host = test::hostAddress(), unit = test::unitAddress();
-    // The first connect fills the cache, so that the others are short.
-    ASSERT_EQ(connect(), hxrNoError);
-    hxrCloseDevice(handle);
-    const std::size_t descriptorsBefore = openDescriptors();
-
-    HXRStatus status = hxrMemoryAllocationErr;
-    long granted = 0;
-    for (; status == hxrMemoryAllocationErr; ++granted) {
-        ASSERT_LT(granted, 2000);
-        int opened = -1;
-        allocationsLeft = granted;
-        status = hxrConnectDevice(&opened, host.c_str(), unit.c_str(), test::controlPort);
-        allocationsLeft = -1;
-        EXPECT_EQ(api::deviceTable().find(0) != nullptr, status >= 0);
-        EXPECT_EQ(opened == 0, status >= 0);
-        if (status < 0) {
-            EXPECT_EQ(openDescriptors(), descriptorsBefore) << granted;
-        }
+    startUnit();
+    // The first connects fill the caches, so that the others are short.
+    for (const int unit : {0, 1}) {
+        ASSERT_EQ(connect(unit), hxrNoError);
+        ASSERT_EQ(hxrCloseDevice(handle), hxrNoError);
     }
-    EXPECT_EQ(status, hxrNoError);
-    EXPECT_GT(granted, 50);  // as many as a connect makes, so every one of them has failed once
+    const std::string host = test::hostAddress(), master = test::unitAddress(0), slave = test::unitAddress(1);
+    const std::size_t descriptorsBefore = openDescriptors();
+    int opened = -1;
+    const long ofConnect = failEveryAllocation(
+        [&] { return hxrConnectDevice(&opened, host.c_str(), master.c_str(), test::controlPort); },
+        [&](long granted) {
+            EXPECT_EQ(api::deviceTable().find(0), nullptr) << granted;
+            EXPECT_EQ(opened, -1) << granted;
+            EXPECT_EQ(openDescriptors(), descriptorsBefore) << granted;
+        });
+    EXPECT_GT(ofConnect, 50);
 
+    const std::size_t descriptorsOfOne = openDescriptors();
+    failEveryAllocation([&] { return hxrPairDevice(opened, host.c_str(), slave.c_str(), test::controlPort); },
+                        [&](long granted) {
+                            EXPECT_EQ(api::deviceTable().find(1), nullptr) << granted;
+                            EXPECT_TRUE(device(opened).slaves.empty()) << granted;
+                            EXPECT_EQ(device(opened).channelCount, 4) << granted;
+                            EXPECT_EQ(openDescriptors(), descriptorsOfOne) << granted;
+                        });
+
+    const std::string file = cacheFile().string();
     allocationsLeft = 0;
-    EXPECT_EQ(hxrSetFanEnabled(0, 1), hxrMemoryAllocationErr);
-    EXPECT_EQ(hxrSetLowPowerState(0), hxrMemoryAllocationErr);
-    EXPECT_EQ(hxrPairDevice(0, host.c_str(), unit.c_str(), test::controlPort), hxrMemoryAllocationErr);
+    const HXRStatus fan = hxrSetFanEnabled(opened, 1);
+    const HXRStatus lowPower = hxrSetLowPowerState(opened);
+    const bool loaded = hxrCalLoadFromFile(file.c_str(), device(opened).corrections->image.get());
+    const HXRStatus closed = hxrCloseDevice(opened);
     allocationsLeft = -1;
+    EXPECT_EQ(fan, hxrMemoryAllocationErr);
+    EXPECT_EQ(lowPower, hxrMemoryAllocationErr);
+    EXPECT_FALSE(loaded);
+    EXPECT_EQ(closed, hxrNoError);
+    EXPECT_EQ(openDescriptors(), descriptorsBefore);
 }
 
 }  // namespace

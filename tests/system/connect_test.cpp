@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 
 #include "cal/image.h"
 #include "device/health.h"
@@ -10,9 +12,7 @@
 namespace hxr {
 namespace {
 
-using test::FaultyInstallation;
 using test::Installation;
-using namespace std::chrono_literals;
 
 constexpr std::size_t pagesOfAWholeImage = 966;
 constexpr std::size_t pagesWithACache = 7;
@@ -34,11 +34,9 @@ std::uint32_t calDateOf(int handle) {
     return date;
 }
 
-HXRDevice& deviceOf(int handle) { return *api::deviceTable().find(handle); }
-
 /// Whether the corrections in use are those of an image.
 bool correctionsAreOf(int handle, const std::vector<std::uint8_t>& image) {
-    const auto working = cal::bytesOf(*deviceOf(handle).corrections->image);
+    const auto working = cal::bytesOf(*api::deviceTable().find(handle)->corrections->image);
     return std::memcmp(working.data() + 0x80000, image.data() + 0x80000, image.size() - 0x80000) == 0;
 }
 
@@ -135,8 +133,8 @@ TEST_F(Connect, AnEmptyFlashLeavesPlaceholdersAndNoFile) {
     startUnit(options);
     ASSERT_EQ(connect(), hxrNoError);
     EXPECT_EQ(calDateOf(handle), ~0U);
-    EXPECT_EQ(deviceOf(handle).corrections->image->gainTable[6][3][6][513], 0.0F);
-    EXPECT_EQ(deviceOf(handle).corrections->image->fullGridRatio[0][0][0][0], 1.0F);
+    EXPECT_EQ(device(handle).corrections->image->gainTable[6][3][6][513], 0.0F);
+    EXPECT_EQ(device(handle).corrections->image->fullGridRatio[0][0][0][0], 1.0F);
     EXPECT_FALSE(std::filesystem::exists(cacheFile()));
 }
 
@@ -174,13 +172,24 @@ TEST_F(Connect, AShortCacheFileIsReplaced) {
     EXPECT_EQ(contentOf(cacheFile()).size(), 0x800000U);
 }
 
-TEST_F(Connect, WorksWithAFolderInTheCacheFilesPlace) {
-    std::filesystem::create_directories(cacheFile());
+TEST_F(Connect, WorksWithSomethingUnreadableInTheCacheFilesPlace) {
     sim::SimulatedUnit& unit = startUnit();
-    ASSERT_EQ(connect(), hxrNoError);
-    EXPECT_TRUE(correctionsAreOf(handle, unit.image()));
-    EXPECT_TRUE(std::filesystem::is_directory(cacheFile()));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(machineFolder), {}), 1);
+    std::filesystem::create_directories(machineFolder);
+    const std::vector<std::function<void()>> obstacles{
+        [&] { std::filesystem::create_directory(cacheFile()); },
+        [&] { std::filesystem::create_symlink(cacheFile(), cacheFile()); },
+        [&] { ASSERT_EQ(::mkfifo(cacheFile().c_str(), 0600), 0); },
+    };
+    for (const auto& obstacle : obstacles) {
+        obstacle();
+        unit.clearRecording();
+        ASSERT_EQ(connect(), hxrNoError);
+        EXPECT_TRUE(correctionsAreOf(handle, unit.image()));
+        EXPECT_EQ(unit.recording().counts().pageReplies, pagesOfAWholeImage);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(machineFolder), {}), 1);
+        hxrCloseDevice(handle);
+        std::filesystem::remove_all(cacheFile());
+    }
 }
 
 TEST_F(Connect, FallsBackToTheWorkingFolderAndThenToNone) {
@@ -210,15 +219,15 @@ TEST_F(Connect, StampsTheTimeOfAFullyResolvedFixElseTheHosts) {
     fix.validity = 7;
     unit.setFix(fix);
     ASSERT_EQ(connect(), hxrNoError);
-    EXPECT_TRUE(deviceOf(handle).link->timeSeeded());
-    EXPECT_EQ(unit.state().registers.read(5), fixDay);
-    EXPECT_EQ(unit.state().registers.read(7), fixTime);
+    EXPECT_TRUE(device(handle).link->timeSeeded());
+    EXPECT_EQ(unit.recording().packets().at(2).content(),
+              (std::vector<std::uint32_t>{0x04010005, fixDay, 0, 0, 0, 0, 0x04010007, fixTime}));
     hxrCloseDevice(handle);
 
     fix.validity = 3;
     unit.setFix(fix);
     ASSERT_EQ(connect(), hxrNoError);
-    EXPECT_FALSE(deviceOf(handle).link->timeSeeded());
+    EXPECT_FALSE(device(handle).link->timeSeeded());
     EXPECT_EQ(unit.state().registers.read(5), hostsDay);
     EXPECT_EQ(unit.state().registers.read(7), hostsTime);
 }

@@ -14,8 +14,6 @@ using test::Installation;
 using namespace std::chrono_literals;
 using Words = std::vector<std::uint32_t>;
 
-HXRDevice& deviceOf(int handle) { return *api::deviceTable().find(handle); }
-
 TEST(Texts, NameEveryStatus) {
     const std::map<int, std::string> texts{{-15, "Unknown error"},
                                            {-14, "Sweep not started error"},
@@ -100,6 +98,16 @@ TEST_F(Entries, RefuseTextsThatAreNoAddresses) {
     EXPECT_EQ(handle, -1);
 }
 
+TEST_F(Entries, GiveThreeOfTheElevenHealthValues) {
+    startUnit();
+    ASSERT_EQ(connect(), hxrNoError);
+    std::array<float, 11> all{};
+    float supply = 0, rail = 0, temperature = 0;
+    EXPECT_EQ(hxrGetFullDeviceDiagnostics(handle, all.data()), hxrNoError);
+    EXPECT_EQ(hxrGetDeviceDiagnostics(handle, &supply, &rail, &temperature), hxrNoError);
+    EXPECT_EQ((std::vector{supply, rail, temperature}), (std::vector{all[0], all[1], all[4]}));
+}
+
 TEST_F(Entries, AskTheUnitAtMostOnceASecond) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
@@ -113,14 +121,14 @@ TEST_F(Entries, AskTheUnitAtMostOnceASecond) {
     EXPECT_EQ(unit.recording().counts().statusReplies, 1U);
 
     // While a sweep owns the control endpoint, the last values do.
-    ASSERT_TRUE(deviceOf(handle).acquisitionMutex.try_lock());
+    ASSERT_TRUE(device(handle).acquisitionMutex.try_lock());
     clock.advance(5000ms);
     EXPECT_EQ(hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr), hxrNoError);
     EXPECT_EQ(unit.recording().counts().statusReplies, 1U);
-    deviceOf(handle).acquisitionMutex.unlock();
+    device(handle).acquisitionMutex.unlock();
     hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr);
     EXPECT_EQ(unit.recording().counts().statusReplies, 2U);
-    EXPECT_TRUE(deviceOf(handle).acquisitionMutex.try_lock());
+    EXPECT_TRUE(device(handle).acquisitionMutex.try_lock());
 }
 
 TEST_F(Entries, SetTheFan) {
@@ -168,7 +176,7 @@ TEST_F(Entries, SetTheFan) {
 TEST_F(Entries, PutAUnitToRestWordForWord) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
-    deviceOf(handle).loContext.lowLoReady.fill(true);
+    device(handle).loContext.lowLoReady.fill(true);
     unit.clearRecording();
     EXPECT_EQ(hxrSetLowPowerState(handle), hxrNoError);
     ASSERT_TRUE(unit.recording().waitForPackets(1, 5s));
@@ -181,22 +189,22 @@ TEST_F(Entries, PutAUnitToRestWordForWord) {
                          0x4C000000, 1};
     ASSERT_EQ(expected.size(), 44U);
     EXPECT_EQ(unit.recording().packets().at(0).content(), expected);
-    for (const bool ready : deviceOf(handle).loContext.lowLoReady) EXPECT_FALSE(ready);
+    for (const bool ready : device(handle).loContext.lowLoReady) EXPECT_FALSE(ready);
 }
 
 TEST_F(Entries, LeaveAnInitiatedUnitAlone) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
     unit.clearRecording();
-    deviceOf(handle).initiated = true;
+    device(handle).initiated = true;
     EXPECT_EQ(hxrSetFanEnabled(handle, 0), hxrInvalidConfigurationErr);
     EXPECT_EQ(hxrSetFanSetPoint(handle, 30), hxrInvalidConfigurationErr);
     EXPECT_EQ(hxrSetLowPowerState(handle), hxrInvalidConfigurationErr);
     startUnit();
     EXPECT_EQ(pair(1), hxrInvalidConfigurationErr);
     EXPECT_EQ(api::deviceTable().find(1), nullptr);
-    EXPECT_EQ(unit.recording().counts().packets, 0U);
-    EXPECT_TRUE(deviceOf(handle).fanEnabled);
+    EXPECT_EQ(datagramsAt(unit), 0U);
+    EXPECT_TRUE(device(handle).fanEnabled);
 }
 
 class Groups : public Installation {
@@ -223,6 +231,7 @@ TEST_F(Groups, OfFourActAsOne) {
     }
 
     // A slave's slot takes part in nothing that belongs to its master.
+    for (const auto& unit : units) unit->clearRecording();
     for (int slave = 1; slave < 4; ++slave) {
         EXPECT_EQ(hxrCloseDevice(slave), hxrMultiReceiverErr);
         EXPECT_EQ(hxrSetFanEnabled(slave, 1), hxrMultiReceiverErr);
@@ -230,6 +239,7 @@ TEST_F(Groups, OfFourActAsOne) {
         EXPECT_EQ(hxrGetChannelCount(slave, &channels), hxrNoError);
         EXPECT_EQ(channels, 4);
     }
+    for (const auto& unit : units) EXPECT_EQ(datagramsAt(*unit), 0U);
     EXPECT_EQ(hxrCloseDevice(handle), hxrNoError);
     for (int slot = 0; slot < 4; ++slot) EXPECT_EQ(api::deviceTable().find(slot), nullptr);
 }
@@ -243,8 +253,18 @@ TEST_F(Groups, TakeNoFifthUnit) {
                                test::controlPort),
               hxrMaxDevicesConnectedErr);
     EXPECT_EQ(fifth, -1);
-    EXPECT_EQ(units[4]->recording().counts().packets, 0U);
-    EXPECT_EQ(deviceOf(handle).slaves.size(), 3U);
+    EXPECT_EQ(hxrPairDevice(2, test::hostAddress().c_str(), test::unitAddress(4).c_str(), test::controlPort),
+              hxrMultiReceiverErr);
+    EXPECT_EQ(datagramsAt(*units[4]), 0U);
+    EXPECT_EQ(device(handle).slaves.size(), 3U);
+}
+
+TEST_F(Groups, AndSingleUnitsShareTheTablesFourPlaces) {
+    for (int i = 0; i < 5; ++i) startUnit();
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(connect(i), hxrNoError);
+    EXPECT_EQ(connect(4), hxrMaxDevicesConnectedErr);
+    EXPECT_EQ(pair(4), hxrMaxDevicesConnectedErr);
+    EXPECT_EQ(datagramsAt(*units[4]), 0U);
 }
 
 TEST_F(Groups, AreNotPairedThroughASlave) {
@@ -254,8 +274,8 @@ TEST_F(Groups, AreNotPairedThroughASlave) {
     EXPECT_EQ(hxrPairDevice(1, test::hostAddress().c_str(), unit.c_str(), test::controlPort),
               hxrMultiReceiverErr);
     EXPECT_EQ(api::deviceTable().find(2), nullptr);
-    EXPECT_TRUE(deviceOf(1).slaves.empty());
-    EXPECT_EQ(deviceOf(handle).channelCount, 8);
+    EXPECT_TRUE(device(1).slaves.empty());
+    EXPECT_EQ(device(handle).channelCount, 8);
 }
 
 TEST_F(Groups, PassAWarningOnAndAreUnchangedByAnError) {
@@ -264,9 +284,9 @@ TEST_F(Groups, PassAWarningOnAndAreUnchangedByAnError) {
     bad.image = test::imageFor(1, {.goodChecksum = false});
     startUnit(std::move(bad));
     EXPECT_EQ(hxrPairDevice(handle, test::hostAddress().c_str(), "nowhere", 5000), hxrDeviceNotFoundErr);
-    EXPECT_EQ(deviceOf(handle).channelCount, 4);
+    EXPECT_EQ(device(handle).channelCount, 4);
     EXPECT_EQ(pair(1), hxrCalChecksumFailed);
-    EXPECT_EQ(deviceOf(handle).channelCount, 8);
+    EXPECT_EQ(device(handle).channelCount, 8);
 }
 
 TEST_F(Groups, GiveAFreedSlotToTheNextUnit) {
