@@ -10,5 +10,7 @@ install(EXPORT hxr_api-targets NAMESPACE hxr:: DESTINATION ${package_dir} FILE h
 write_basic_package_version_file(hxr_api-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hxr_api-config-version.cmake DESTINATION ${package_dir})
 
+file(RELATIVE_PATH include_from_pkgconfig
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/hxr_api.pc.in hxr_api.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hxr_api.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

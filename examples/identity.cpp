@@ -35,33 +35,34 @@ int fail(const char* what, HXRStatus status) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
+    char* end = nullptr;
+    const long port = argc == 4 ? std::strtol(argv[3], &end, 10) : 0;
+    if (port < 1 || port > 65535 || *end != 0) {
         std::fprintf(stderr, "usage: %s HOST_ADDRESS UNIT_ADDRESS PORT\n", argv[0]);
         return 2;
     }
     int handle = -1;
     const auto begin = std::chrono::steady_clock::now();
-    const HXRStatus connected =
-        hxrConnectDevice(&handle, argv[1], argv[2], static_cast<std::uint16_t>(std::atoi(argv[3])));
+    const HXRStatus connected = hxrConnectDevice(&handle, argv[1], argv[2], static_cast<std::uint16_t>(port));
     if (connected < 0) return fail("connect", connected);
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
     std::printf("connected in     %8.1f ms: %s\n", took.count(), hxrGetErrorString(connected));
 
-    int serial = 0, version = 0, same = 0, second = 0, channels = 0;
+    int serial = 0, versionA = 0, versionAAgain = 0, versionB = 0, channels = 0;
     std::uint32_t calDate = 0;
     hxrGetSerialNumber(handle, &serial);
-    hxrGetFirmwareVersion(handle, &version, &same, &second);
+    hxrGetFirmwareVersion(handle, &versionA, &versionAAgain, &versionB);
     hxrGetCalDate(handle, &calDate);
     hxrGetChannelCount(handle, &channels);
-    std::printf("serial number    %8d\nfirmware         %8d, %d\n", serial, version, second);
+    std::printf("serial number    %8d\nfirmware         %8d, %d\n", serial, versionA, versionB);
     std::printf("calibration date %8u\nchannels         %8d\n", static_cast<unsigned>(calDate), channels);
 
-    float health[11];
+    float health[11] = {};
     const HXRStatus read = hxrGetFullDeviceDiagnostics(handle, health);
-    if (read < 0) return fail("health", read);
-    for (int i = 0; i < 11; ++i) {
+    for (int i = 0; i < 11 && read >= 0; ++i) {
         std::printf("%-16s %8.3f %s\n", healthValues[i].name, static_cast<double>(health[i]),
                     healthValues[i].unit);
     }
-    return hxrCloseDevice(handle) == hxrNoError ? 0 : 1;
+    hxrCloseDevice(handle);
+    return read < 0 ? fail("health", read) : 0;
 }

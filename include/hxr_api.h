@@ -14,9 +14,13 @@
  * and nothing was done or the operation stopped; a positive value is a warning, and the operation completed. Arguments
  * are checked in this order: the handle, pointers, values. What is refused changes nothing.
  *
- * Threads. Every entry runs on the caller's thread. Entries that open and close (hxrConnectDevice, hxrPairDevice,
- * hxrCloseDevice) must not overlap any other entry; the other entries may be called for different handles at the same
- * time, and for one handle by one thread at a time unless an entry says otherwise.
+ * Threads. Every entry runs on the caller's thread, which must not be cancelled in it. Entries that open and close
+ * (hxrConnectDevice, hxrPairDevice, hxrCloseDevice) must not overlap any other entry with a handle; the other entries
+ * may be called for different handles at the same time, and for one handle by one thread at a time unless an entry says
+ * otherwise.
+ *
+ * Memory. Every entry that returns an HXRStatus may return hxrMemoryAllocationErr, with nothing done; hxrCloseDevice
+ * never does.
  *
  * Languages. The header compiles as C11 with the plain entries, and as C++20 with all of them. Nothing is thrown
  * across the interface.
@@ -47,7 +51,7 @@ enum {
     hxrSweepAlreadyStartedErr = -13, /**< A sweep is running on this unit. */
     hxrADCAlignmentErr = -12,        /**< The unit's converter clocks are not aligned. */
     hxrMultiReceiverErr = -11,       /**< Not to be done on a member of a group, or the group is full. */
-    hxrDataSyncErr = -10,            /**< The unit's status could not be read, or is none. */
+    hxrDataSyncErr = -10,            /**< The unit's status could not be read, or what came is no status. */
     hxrFlashIOErr = -9,              /**< Reading or writing the unit's flash failed. */
     hxrInvalidParameterErr = -8,     /**< A value outside the set that the entry takes. */
     hxrInvalidConfigurationErr = -7, /**< The present state doesn't allow the operation. */
@@ -55,15 +59,15 @@ enum {
     hxrMaxDevicesConnectedErr = -5,  /**< Four units are open already. */
     hxrInvalidDeviceErr = -4,        /**< The handle belongs to no open unit. */
     hxrNullPointerErr = -3,          /**< A pointer that is needed is null. */
-    hxrConnectionLostErr = -2,       /**< The unit stopped answering. Only closing and connecting anew helps. */
-    hxrDeviceNotFoundErr = -1,       /**< The link could not be opened. */
-    hxrNoError = 0,                  /**< All is well. */
-    hxrSettingClamped = 1,           /**< The nearest limit was taken in place of the value. */
-    hxrADCOverflow = 2,              /**< An input was driven beyond its converter's range. */
-    hxrUncalData = 3,                /**< Samples may have been lost. */
-    hxrTempDriftWarning = 4,         /**< The unit's temperature has moved since hxrInitiate. */
-    hxrDDRBufferOverflow = 5,        /**< The unit's sample memory overflowed. */
-    hxrCalChecksumFailed = 6         /**< The calibration data fail their checksum; the unit is open and usable. */
+    hxrConnectionLostErr = -2, /**< The unit stopped answering. Only closing and connecting anew helps. */
+    hxrDeviceNotFoundErr = -1, /**< The link could not be opened. */
+    hxrNoError = 0,            /**< All is well. */
+    hxrSettingClamped = 1,     /**< The nearest limit was taken in place of the value. */
+    hxrADCOverflow = 2,        /**< An input was driven beyond its converter's range. */
+    hxrUncalData = 3,          /**< Samples may have been lost. */
+    hxrTempDriftWarning = 4,   /**< The unit's temperature has moved since hxrInitiate. */
+    hxrDDRBufferOverflow = 5,  /**< The unit's sample memory overflowed. */
+    hxrCalChecksumFailed = 6   /**< The calibration data fail their checksum; the unit is open and usable. */
 };
 
 /* ------------------------------------------------------------------------------------------------------------------
@@ -91,14 +95,16 @@ typedef struct HXRCalData {
     HXRCBBData cbb;
 
     /* Pretest section, from 0x040000. */
-    int16_t loftI[4][370];   /**< channel, k - 144: LO feed-through offset of the first rail; the first value is the
+    int16_t
+        loftI[4][370]; /**< channel, k - 144: LO feed-through offset of the first rail; the first value is the
                                   section's presence mark */
-    int16_t loftQ[4][370];   /**< the same for the second rail */
-    float vsgLevel[514][8];  /**< k, attenuator step: generator output level; 1000.0 in the first means no data */
-    float vsgGain[514];      /**< generator I/Q gain ratio */
-    float vsgPhase[514];     /**< generator I/Q phase skew in radians */
-    float vsgOffsetI[514];   /**< generator DC offset, I */
-    float vsgOffsetQ[514];   /**< generator DC offset, Q */
+    int16_t loftQ[4][370]; /**< the same for the second rail */
+    float vsgLevel[514]
+                  [8];   /**< k, attenuator step: generator output level; 1000.0 in the first means no data */
+    float vsgGain[514];  /**< generator I/Q gain ratio */
+    float vsgPhase[514]; /**< generator I/Q phase skew in radians */
+    float vsgOffsetI[514]; /**< generator DC offset, I */
+    float vsgOffsetQ[514]; /**< generator DC offset, Q */
     uint8_t pretestUnused[0x80000 - 0x47780];
 
     /* Chamber section, from 0x080000. */
@@ -108,15 +114,19 @@ typedef struct HXRCalData {
     uint64_t calDate; /**< date of the calibration; all ones means no chamber data */
     uint32_t reserved2;
     uint32_t checksum;
-    uint16_t coarseTuneLog[64];         /**< history of timebase values, oldest first; the first 0xFFFF ends it */
-    uint64_t coarseTuneDate[64];        /**< time of each of these, seconds */
-    int16_t coarseTuneByTemp[7];        /**< temperature: offset of the timebase value */
+    uint16_t coarseTuneLog[64];  /**< history of timebase values, oldest first; the first 0xFFFF ends it */
+    uint64_t coarseTuneDate[64]; /**< time of each of these, seconds */
+    int16_t coarseTuneByTemp[7]; /**< temperature: offset of the timebase value */
     uint8_t reserved3[2];
-    float tempAtIndex[7];               /**< measured temperature of each index, degrees Celsius, rising */
-    uint8_t channelGainCode[4][514];    /**< channel, k: code for the channel's gain register */
-    float gainTable[7][4][7][514];      /**< temperature, channel, attenuator, k: level correction in dB */
-    float fullGridRatio[7][4][514][26]; /**< temperature, channel, k, point: amplitude of the second rail over the first */
-    float fullGridPhase[7][4][514][26]; /**< temperature, channel, k, point: phase of the second rail less the first, radians */
+    float tempAtIndex[7];            /**< measured temperature of each index, degrees Celsius, rising */
+    uint8_t channelGainCode[4][514]; /**< channel, k: code for the channel's gain register */
+    float gainTable[7][4][7][514];   /**< temperature, channel, attenuator, k: level correction in dB */
+    float
+        fullGridRatio[7][4][514]
+                     [26]; /**< temperature, channel, k, point: amplitude of the second rail over the first */
+    float fullGridPhase
+        [7][4][514]
+        [26]; /**< temperature, channel, k, point: phase of the second rail less the first, radians */
     float fullGridLevel[7][4][514][26]; /**< temperature, channel, k, point: gain of both rails in dB */
     float lowGridRatio[7][4][150][26];  /**< as fullGridRatio, for the low path */
     float lowGridPhase[7][4][150][26];  /**< as fullGridPhase, for the low path */
@@ -142,14 +152,14 @@ extern "C" {
  * @param handle      receives 0 to 3, to be used in all other entries
  * @param hostAddr    IPv4 address of this host's interface to the unit, dotted decimal
  * @param deviceAddr  IPv4 address of the unit, dotted decimal
- * @param port        UDP port of the control link at both ends
+ * @param port        UDP port of the control link at both ends, 1 to 65535
  *
  * @return hxrNoError, or hxrCalChecksumFailed with a usable unit;
  *         hxrNullPointerErr if a pointer is null; hxrMaxDevicesConnectedErr if four units are open;
  *         hxrDeviceNotFoundErr if an address is no dotted quad or the link can't be opened;
  *         hxrConnectionLostErr if the unit doesn't answer, which takes four seconds to tell;
- *         hxrDataSyncErr if its status is none; hxrADCAlignmentErr if its converter clocks are not aligned;
- *         hxrMemoryAllocationErr. After an error nothing is left open.
+ *         hxrDataSyncErr if its status doesn't come or is no status record; hxrADCAlignmentErr if its converter clocks are not aligned;
+ *         hxrMemoryAllocationErr. After an error nothing is left open and *handle is as it was.
  */
 HXR_API HXRStatus hxrConnectDevice(int* handle, const char* hostAddr, const char* deviceAddr, uint16_t port);
 
@@ -201,7 +211,8 @@ HXR_API const char* hxrGetErrorString(HXRStatus status);
  * Health, fan and low power
  *
  * Health comes from the unit's status, which is read anew if the last one is older than a second and no sweep is
- * under way; so polling faster costs nothing and gives the same values.
+ * under way; so polling faster costs nothing and gives the same values. The entry waits for that status, up to four
+ * seconds from a unit that has stopped answering. A status that is none leaves the last values and is no error.
  * --------------------------------------------------------------------------------------------------------------- */
 
 /**
@@ -223,14 +234,18 @@ HXR_API HXRStatus hxrGetFullDeviceDiagnostics(int handle, float* diagnostics);
 
 /**
  * Puts all units of an idle group to rest: synthesizers and generator off. The next hxrInitiate wakes them.
- * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr if the group is initiated; hxrConnectionLostErr
+ *
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr if the group is initiated; hxrConnectionLostErr if the
+ *         link of the handle's own unit is lost. A slave whose link is lost ends the walk over the group, and its
+ *         status shows in the entries that ask that unit.
  */
 HXR_API HXRStatus hxrSetLowPowerState(int handle);
 
 /**
  * Switches the fan of all units of an idle group: 1 on, anything else off.
  * @return hxrInvalidDeviceErr; hxrMultiReceiverErr on a group member that is not the master;
- *         hxrInvalidConfigurationErr if the group is initiated; hxrConnectionLostErr
+ *         hxrInvalidConfigurationErr if the group is initiated; hxrConnectionLostErr if a unit's link is lost, with
+ *         the units behind it not told
  */
 HXR_API HXRStatus hxrSetFanEnabled(int handle, unsigned on);
 
@@ -300,7 +315,8 @@ HXR_API void hxrCalPropagateSingleTempCal(HXRCalData& image, int source, int des
 /**
  * Reads an image from a file, whatever it holds.
  *
- * @return false if a pointer is null, or the file doesn't open or is shorter than 8 MiB; the image may then hold a part
+ * @return false if a pointer is null, or the file doesn't open, is no plain file or is shorter than 8 MiB; the image
+ *         may then hold a part
  */
 HXR_API bool hxrCalLoadFromFile(const char* path, HXRCalData* image) noexcept;
 #endif
