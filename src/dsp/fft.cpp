@@ -13,8 +13,8 @@ namespace hxr {
 namespace {
 
 constexpr int greatestOrder = 24;
-/// From here on the points, their results and the rows in between outgrow the second-level cache, and two steps
-/// are no slower than one.
+/// From here on points, results and rows outgrow the second-level cache, and two steps are about as fast as
+/// one or faster.
 constexpr int leastTwoStepLength = 1 << 15;
 
 struct Factor {
