@@ -13,9 +13,9 @@ namespace hxr {
 namespace {
 
 constexpr int greatestOrder = 24;
-/// From here on the points and their results no longer fit the first-level cache, and two steps are faster
-/// than one.
-constexpr int leastTwoStepLength = 1 << 13;
+/// From here on points, results and rows outgrow the second-level cache, and two steps are about as fast as
+/// one or faster.
+constexpr int leastTwoStepLength = 1 << 15;
 
 struct Factor {
     float re, im;

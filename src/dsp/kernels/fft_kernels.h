@@ -176,15 +176,23 @@ static void fftOneStep(const FftTables& t, const float* src, float* dst, float* 
     }
 }
 
-/// The last pass of the second step: its results go out as they arise.
+/// Groups of results that the second step finishes together: the lines that they fill are neighbours in the
+/// result, and far from those of the next point of the same group, each on a page of its own.
+inline constexpr int groupsTogether = 4;
+
+/// The last pass of the second step for several groups, `step` floats apart: the results go out as they
+/// arise.
 template <int radix>
-HXR_SIMD void lastPass(const ColumnTransform& t, const float* rows, float* dst, std::ptrdiff_t stride) {
+HXR_SIMD void lastPass(const ColumnTransform& t, const float* rows, std::ptrdiff_t step, float* dst,
+                       std::ptrdiff_t stride) {
     const std::ptrdiff_t blocks = t.length / radix;
     for (std::ptrdiff_t block = 0; block < blocks; ++block) {
-        const float* in = rows + block * radix * rowFloats;
-        float* out = dst + t.order[block] * stride;
-        transform<radix>([=](int i) HXR_INLINE { return loadSplit(in + i * rowFloats); },
-                         [=](int q, Complex x) HXR_INLINE { storePairs(out + q * blocks * stride, x); });
+        for (int group = 0; group < groupsTogether; ++group) {
+            const float* in = rows + group * step + block * radix * rowFloats;
+            float* out = dst + t.order[block] * stride + group * rowFloats;
+            transform<radix>([=](int i) HXR_INLINE { return loadSplit(in + i * rowFloats); },
+                             [=](int q, Complex x) HXR_INLINE { storePairs(out + q * blocks * stride, x); });
+        }
     }
 }
 
@@ -207,15 +215,17 @@ static void fftTwoSteps(const FftTables& t, const float* src, float* dst, float*
             for (int c = 0; c < lanes; ++c) storeSplit(out + c * rowFloats, a[c]);
         }
     }
-    for (std::ptrdiff_t k = 0; k < length1; k += lanes) {
+    const std::ptrdiff_t step = rowFloats * length2;
+    const int radix = t.columns.pass[t.columns.passes - 1].radix;
+    for (std::ptrdiff_t k = 0; k < length1; k += groupsTogether * lanes) {
         float* rows = work + 2 * k * length2;
-        turningPasses(t.columns, rows,
-                      [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(rows + row * rowFloats); });
-        const int radix = t.columns.pass[t.columns.passes - 1].radix;
+        for (float* group = rows; group < rows + groupsTogether * step; group += step)
+            turningPasses(t.columns, group,
+                          [=](std::ptrdiff_t row) HXR_INLINE { return loadSplit(group + row * rowFloats); });
         if (radix == 8)
-            lastPass<8>(t.columns, rows, dst + 2 * k, 2 * length1);
+            lastPass<8>(t.columns, rows, step, dst + 2 * k, 2 * length1);
         else
-            lastPass<4>(t.columns, rows, dst + 2 * k, 2 * length1);
+            lastPass<4>(t.columns, rows, step, dst + 2 * k, 2 * length1);
     }
 }
 
