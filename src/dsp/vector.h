@@ -14,8 +14,7 @@
 
 namespace hxr {
 
-// ---- Fill and move
-// -------------------------------------------------------------------------------------------------
+// ---- Fill and move ---------------------------------------------------------------------------------------
 
 void dspZeroBytes(void* p, int n);                     ///< n bytes to 0
 void dspZero32(void* p, int n);                        ///< n 4-byte elements to 0
@@ -27,8 +26,7 @@ void dspMove32(const float* src, float* dst, int n);   ///< n floats; the region
 void dspFlip32(const float* src, float* dst, int n);   ///< dst[i] = src[n - 1 - i]; in place
 void dspSetCf64(const cf64* value, cf64* dst, int n);  ///< every element to *value
 
-// ---- Element-wise, real; all in place
-// ------------------------------------------------------------------------------
+// ---- Element-wise, real; all in place --------------------------------------------------------------------
 
 /// dst[i] = src[i] k. Exactly 1 copies and exactly 0 fills with zero, whatever src holds.
 void dspMulConstF32(const float* src, float k, float* dst, int n);
@@ -45,8 +43,7 @@ void dspLnF32(const float* src, float* dst, int n);
 void dspExpF32(const float* src, float* dst, int n);
 void dspMulF64(const double* a, const double* b, double* dst, int n);  ///< dst[i] = a[i] b[i]
 
-// ---- Element-wise, complex; all in place but the two that give real results
-// ----------------------------------------
+// ---- Element-wise, complex; all in place but the two that give real results ------------------------------
 
 void dspMulCf32(const cf32* a, const cf32* b, cf32* dst, int n);  ///< dst[i] = a[i] b[i]
 void dspMulConstCf32(const cf32* src, cf32 k, cf32* dst, int n);  ///< dst[i] = src[i] k
@@ -54,14 +51,12 @@ void dspMagnitudeCf32(const cf32* src, float* dst, int n);        ///< dst[i] = 
 void dspPowerCf32(const cf32* src, float* dst, int n);            ///< dst[i] = re^2 + im^2
 void dspMulCf64(const cf64* a, const cf64* b, cf64* dst, int n);  ///< dst[i] = a[i] b[i]
 
-// ---- Sums
-// ----------------------------------------------------------------------------------------------------------
+// ---- Sums ------------------------------------------------------------------------------------------------
 
 void dspSumF64(const double* src, int n, double* sum);  ///< the sum of the elements
 void dspSumCf32(const cf32* src, int n, cf32* sum);     ///< the same, accumulated in double precision
 
-// ---- Conversion
-// ----------------------------------------------------------------------------------------------------
+// ---- Conversion ------------------------------------------------------------------------------------------
 
 enum DspRounding : int { dspRoundToZero = 0, dspRoundToNearest = 1 };
 
