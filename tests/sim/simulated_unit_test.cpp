@@ -13,19 +13,19 @@
 #include <utility>
 #include <vector>
 
-#include "plain_socket.h"
 #include "sim/fault_text.h"
+#include "support/loopback.h"
+#include "support/peer.h"
 
 namespace hxr::sim {
 namespace {
 
-using testing::ownAddress;
-using testing::PlainSocket;
+using test::Peer;
 using namespace std::chrono_literals;
 
 constexpr std::uint16_t controlPort = 5000;
 constexpr std::uint16_t dataPort = 4991;
-constexpr auto aMoment = 30ms;
+constexpr auto aMoment = 30;
 
 using Words = std::vector<std::uint32_t>;
 const Words statusRequest = {0x11000008};
@@ -41,7 +41,7 @@ UnitOptions optionsAt(const std::string& address) {
 struct SimulatedUnitTest : ::testing::Test {
     void SetUp() override { unit.start(); }
 
-    void send(const Words& words) { host.sendWords(words, unit.address(), controlPort); }
+    void send(const Words& words) { host.sendWords(unit.address(), controlPort, words); }
     /// The number of datagrams that a request of one status brings.
     std::size_t repliesToStatus() {
         send(statusRequest);
@@ -50,14 +50,14 @@ struct SimulatedUnitTest : ::testing::Test {
         return count;
     }
 
-    SimulatedUnit unit{optionsAt(ownAddress())};
-    PlainSocket host{ownAddress(), controlPort};
+    SimulatedUnit unit{optionsAt(test::nextAddress())};
+    Peer host{test::nextAddress(), controlPort};
 };
 
 TEST_F(SimulatedUnitTest, CountsUnknownWordsAndDatagramsOfAWrongLength) {
     send({0x02000000, 0x11000008});
     ASSERT_TRUE(host.receive()) << "the words behind an unknown one still run";
-    host.sendBytes(std::vector<std::uint8_t>(2047), unit.address(), controlPort);
+    host.send(unit.address(), controlPort, std::vector<std::uint8_t>(2047));
     ASSERT_TRUE(unit.recording().waitForPackets(2, 10s));
     EXPECT_EQ(unit.unknownWords(), 1u);
     EXPECT_EQ(unit.brokenRules(), 1u);
@@ -82,7 +82,7 @@ TEST_F(SimulatedUnitTest, SendsAsManySampleDatagramsAsACaptureAsksFor) {
 TEST_F(SimulatedUnitTest, BringsEachKindOfDamageToAReply) {
     const struct {
         const char* fault;
-        std::function<bool(const PlainSocket::Datagram&)> seen;
+        std::function<bool(const Peer::Datagram&)> seen;
     } cases[] = {
         {"status:length=0", [](const auto& d) { return d.bytes.empty(); }},
         {"any:length=9001", [](const auto& d) { return d.bytes.size() == 9001; }},
@@ -169,15 +169,15 @@ TEST_F(SimulatedUnitTest, StartsAgainAfterStopAndRefusesAnAddressInUse) {
 
 TEST(SimulatedUnits, ServeFourAtATimeAndEndAPauseOnStop) {
     std::vector<std::unique_ptr<SimulatedUnit>> units;
-    PlainSocket host(ownAddress(), controlPort);
+    Peer host(test::nextAddress(), controlPort);
     for (std::uint32_t i = 0; i < 4; ++i) {
-        UnitOptions options = optionsAt(ownAddress());
+        UnitOptions options = optionsAt(test::nextAddress());
         options.identity.serialNumber = 100 + i;
         options.honourPauses = true;
         units.push_back(std::make_unique<SimulatedUnit>(options));
         units.back()->start();
     }
-    for (const auto& unit : units) host.sendWords(statusRequest, unit->address(), controlPort);
+    for (const auto& unit : units) host.sendWords(unit->address(), controlPort, statusRequest);
     std::map<std::string, unsigned> serials;
     for (std::size_t i = 0; i < units.size(); ++i) {
         const auto record = host.receive();
@@ -189,7 +189,7 @@ TEST(SimulatedUnits, ServeFourAtATimeAndEndAPauseOnStop) {
     // 60 packets of 170 pauses of 66 ms would take eleven minutes.
     Words pauses;
     for (int i = 0; i < 170; ++i) pauses.insert(pauses.end(), {0x0500FFFF, 0, 0});
-    for (int i = 0; i < 60; ++i) host.sendWords(pauses, units[0]->address(), controlPort);
+    for (int i = 0; i < 60; ++i) host.sendWords(units[0]->address(), controlPort, pauses);
     while (units[0]->recording().counts().pauseTicks == 0) std::this_thread::yield();
     units[0]->stop();
     EXPECT_LT(units[0]->recording().counts().packetsDone, 60u);
@@ -198,10 +198,10 @@ TEST(SimulatedUnits, ServeFourAtATimeAndEndAPauseOnStop) {
 TEST(SimulatedUnits, RefuseImpossibleOptions) {
     UnitOptions options = optionsAt("nowhere");
     EXPECT_THROW(SimulatedUnit{options}, std::invalid_argument);
-    options = optionsAt(ownAddress());
+    options = optionsAt(test::nextAddress());
     options.controlPort = dataPort;
     EXPECT_THROW(SimulatedUnit{options}, std::invalid_argument);
-    options = optionsAt(ownAddress());
+    options = optionsAt(test::nextAddress());
     options.image.pop_back();
     EXPECT_THROW(SimulatedUnit{options}, std::invalid_argument);
 }

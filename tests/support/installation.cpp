@@ -49,11 +49,8 @@ HXRStatus Installation::pair(int position) {
 std::size_t Installation::datagramsAt(sim::SimulatedUnit& unit) {
     // The unit takes datagrams in order, so what left before this request has been counted when it is answered.
     Peer witness(loopbackAddress(15), controlPort);
-    std::vector<std::uint8_t> statusRequest(2048);
-    statusRequest[0] = 0x08;
-    statusRequest[3] = 0x11;
-    witness.send(unit.address(), controlPort, statusRequest);
-    EXPECT_FALSE(witness.receive().empty());
+    witness.sendWords(unit.address(), controlPort, {0x11000008});
+    EXPECT_TRUE(witness.receive());
     return unit.recording().counts().packets - 1;
 }
 

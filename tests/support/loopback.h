@@ -18,6 +18,12 @@ inline std::string loopbackAddress(int position) {
 inline std::string hostAddress() { return loopbackAddress(1); }
 inline std::string unitAddress(int unit = 0) { return loopbackAddress(2 + unit); }
 
+/// Another of these addresses at each call; after fourteen they come again.
+inline std::string nextAddress() {
+    static int calls = 0;
+    return loopbackAddress(1 + calls++ % 14);
+}
+
 inline constexpr unsigned short controlPort = 5000;
 
 }  // namespace hxr::test

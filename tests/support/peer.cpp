@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <stdexcept>
 
 namespace hxr::test {
@@ -19,16 +20,13 @@ sockaddr_in socketAddress(const std::string& address, std::uint16_t port) {
     return result;
 }
 
-bool readable(int descriptor, int timeoutMs) {
-    pollfd state{descriptor, POLLIN, 0};
-    return ::poll(&state, 1, timeoutMs) > 0;
-}
-
 }  // namespace
 
 Peer::Peer(const std::string& address, std::uint16_t port) : descriptor_(::socket(AF_INET, SOCK_DGRAM, 0)) {
     const sockaddr_in local = socketAddress(address, port);
     const int on = 1;
+    const int room = 4 << 20;
+    ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     ::setsockopt(descriptor_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (::bind(descriptor_, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
         throw std::runtime_error("cannot bind " + address);
@@ -43,14 +41,26 @@ void Peer::send(const std::string& address, std::uint16_t port, const std::vecto
              sizeof to);
 }
 
-std::vector<std::uint8_t> Peer::receive(int timeoutMs) {
-    if (!readable(descriptor_, timeoutMs)) return {};
-    std::vector<std::uint8_t> datagram(65536);
-    const ssize_t got = ::recv(descriptor_, datagram.data(), datagram.size(), 0);
-    datagram.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-    return datagram;
+void Peer::sendWords(const std::string& address, std::uint16_t port,
+                     const std::vector<std::uint32_t>& words) {
+    std::vector<std::uint8_t> bytes(2048);
+    for (std::size_t i = 0; i < 4 * words.size(); ++i)
+        bytes[i] = static_cast<std::uint8_t>(words[i / 4] >> 8 * (i % 4));
+    send(address, port, bytes);
 }
 
-bool Peer::hasDatagram() const { return readable(descriptor_, 50); }
+std::optional<Peer::Datagram> Peer::receive(int timeoutMs) {
+    pollfd state{descriptor_, POLLIN, 0};
+    if (::poll(&state, 1, timeoutMs) <= 0) return std::nullopt;
+    std::vector<std::uint8_t> bytes(65536);
+    sockaddr_in from{};
+    socklen_t length = sizeof from;
+    const ssize_t got =
+        ::recvfrom(descriptor_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&from), &length);
+    if (got < 0) return std::nullopt;
+    bytes.resize(static_cast<std::size_t>(got));
+    std::array<char, INET_ADDRSTRLEN> text{};
+    return Datagram{bytes, ::inet_ntop(AF_INET, &from.sin_addr, text.data(), text.size())};
+}
 
 }  // namespace hxr::test

@@ -2,14 +2,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace hxr::test {
 
-/// A bare UDP socket that plays the other end of an endpoint.
+/// A bare UDP socket that plays the other end of a wire.
 class Peer {
   public:
+    struct Datagram {
+        std::vector<std::uint8_t> bytes;
+        std::string fromAddress;
+    };
+
     Peer(const std::string& address, std::uint16_t port);
     ~Peer();
     Peer(const Peer&) = delete;
@@ -17,11 +23,11 @@ class Peer {
 
     void send(const std::string& address, std::uint16_t port, const std::vector<std::uint8_t>& datagram);
 
-    /// The next datagram, or nothing after the time-out.
-    std::vector<std::uint8_t> receive(int timeoutMs = 10'000);
+    /// Sends command words as one packet.
+    void sendWords(const std::string& address, std::uint16_t port, const std::vector<std::uint32_t>& words);
 
-    /// Whether a datagram lies ready to be received.
-    bool hasDatagram() const;
+    /// The next datagram, or nothing after the time-out.
+    std::optional<Datagram> receive(int timeoutMs = 10'000);
 
   private:
     int descriptor_;
