@@ -127,8 +127,7 @@ ResponseFilter buildResponseFilter(const CorrectionState& state, bool useFullGri
     const int row = responseRow(k);
     const Response response = selectResponse(state, useFullGrid, channel, row);
 
-    constexpr int forwardScaled = 1, accurate = 2;
-    const FftPlanRealF64 plan = fftPlanRealF64(designOrder, forwardScaled, accurate);
+    const FftPlanRealF64 plan = fftPlanRealF64(designOrder, fftScaleForward, fftAccurate);
     const auto work = plan.makeWork();
     Rail first(prototypeSpectrum(plan, work.get()));
     Rail second = first;

@@ -115,7 +115,8 @@ FirDecimator::FirDecimator(const cf32* taps, int length, int factor, int longest
       factor_(factor),
       realTaps_(areReal(taps, length)),
       // Room for several blocks, so that the history is seldom moved back to the front.
-      capacity_(2 * (length - 1) + 4 * longestBlock),
+      longestPiece_(std::max(longestBlock, 1)),
+      capacity_(2 * (length - 1) + 4 * longestPiece_),
       tapsRe_(platform::makeAlignedArray<float>(2 * static_cast<std::size_t>(length))),
       tapsIm_(platform::makeAlignedArray<float>(2 * static_cast<std::size_t>(length))),
       samples_(platform::makeAlignedArray<cf32>(static_cast<std::size_t>(capacity_))) {
@@ -154,16 +155,25 @@ int FirDecimator::filterNewest(int n, cf32* dst) {
     return count;
 }
 
-int FirDecimator::process(const cf32* src, int n, cf32* dst) {
-    if (n <= 0) return 0;
-    dspCopy64(src, room(n), n);
-    return filterNewest(n, dst);
+/// Takes n samples in pieces that the buffer holds; `bring` brings one to its place.
+template <typename Sample, typename Bring>
+int FirDecimator::processPieces(const Sample* src, int n, cf32* dst, Bring&& bring) {
+    int written = 0;
+    for (int done = 0; done < n;) {
+        const int piece = std::min(n - done, longestPiece_);
+        bring(src + done, room(piece), piece);
+        written += filterNewest(piece, dst + written);
+        done += piece;
+    }
+    return written;
 }
 
+int FirDecimator::process(const cf32* src, int n, cf32* dst) { return processPieces(src, n, dst, dspCopy64); }
+
 int FirDecimator::process(const ci16* src, int n, cf32* dst) {
-    if (n <= 0) return 0;
-    dspI16ToF32(reinterpret_cast<const std::int16_t*>(src), floats(room(n)), 2 * n, 15);
-    return filterNewest(n, dst);
+    return processPieces(src, n, dst, [](const ci16* from, cf32* to, int count) {
+        dspI16ToF32(reinterpret_cast<const std::int16_t*>(from), floats(to), 2 * count, 15);
+    });
 }
 
 }  // namespace hxr

@@ -44,8 +44,9 @@ FirPlan firPlan(const cf32* taps, int length);
 
 /// y[m] = sum of taps[k] x[m - k]; the samples before the block come from the delay line.
 ///
-/// Through transforms a NaN or infinity reaches all outputs of its block, in direct form only those that meet
-/// it.
+/// In direct form a NaN or infinity reaches only the outputs that meet it. Through transforms it reaches all outputs of
+/// every transform that holds it, before it and after it and into the next block; a huge sample lowers the precision of
+/// its neighbours likewise.
 ///
 /// @param dst       n outputs; may be src
 /// @param delayIn   length - 1 samples before the block, newest last; zero before the first block
@@ -56,7 +57,7 @@ void firFilter(const cf32* src, cf32* dst, int n, const FirPlan& plan, const cf3
 
 /// dst[j] = src[phase + j factor] while that lies in the block, without a filter.
 ///
-/// @param dstLength  receives the number of samples written
+/// @param dstLength  receives the number of samples written; left alone if n is below 1
 /// @param factor     1 or more
 /// @param phase      from 0 to factor - 1; receives where the next block's first sample falls
 void sampleDown(const cf32* src, int n, cf32* dst, int* dstLength, int factor, int* phase);
@@ -70,7 +71,7 @@ class FirDecimator {
     /// @param taps          copied; taps[0] meets the newest sample
     /// @param length        1 or more
     /// @param factor        1 or more; the first output belongs to the first sample
-    /// @param longestBlock  samples in the longest block that will come
+    /// @param longestBlock  samples in the longest block that will come often; longer ones are taken in pieces
     FirDecimator(const cf32* taps, int length, int factor, int longestBlock);
 
     /// Takes the next n samples.
@@ -87,10 +88,13 @@ class FirDecimator {
   private:
     cf32* room(int n);
     int filterNewest(int n, cf32* dst);
+    template <typename Sample, typename Bring>
+    int processPieces(const Sample* src, int n, cf32* dst, Bring&& bring);
 
     const KernelTable& kernels_;
     int length_, factor_;
     bool realTaps_;
+    int longestPiece_;
     int capacity_;  ///< samples that the buffer holds
     int filled_;    ///< samples in it, newest last
     int phase_ = 0;

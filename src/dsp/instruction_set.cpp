@@ -18,8 +18,9 @@ const KernelTable* kernelsOf(InstructionSet set) {
             return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") ? &avx2::kernelTable
                                                                                    : nullptr;
         case InstructionSet::avx512:
-            return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-                           __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl")
+            return kernelsOf(InstructionSet::avx2) != nullptr && __builtin_cpu_supports("avx512f") &&
+                           __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
+                           __builtin_cpu_supports("avx512vl")
                        ? &avx512::kernelTable
                        : nullptr;
 #endif

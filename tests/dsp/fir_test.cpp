@@ -83,16 +83,16 @@ TEST_P(Fir, TakesItsHistoryFromOneDelayLineAndLeavesItInAnother) {
 }
 
 TEST_P(Fir, DecimatorEqualsFilterThenSampleDownForEveryDecimation) {
-    for (int factor = 1; factor <= 64; factor += factor < 10 ? 1 : 9) {
+    for (const int factor : {1, 2, 3, 4, 5, 7, 8, 16, 19, 32, 64}) {
         for (const bool real : {true, false}) {
             const std::vector<cf32> taps = testTaps(64 * factor + 1, real), x = randomSamples(8192, 3);
             std::vector<cf32> plain = filtered(x, taps, {2048}), fused(x.size());
             int count = 0, phase = 0;
             sampleDown(plain.data(), static_cast<int>(plain.size()), plain.data(), &count, factor, &phase);
             FirDecimator decimator(taps.data(), static_cast<int>(taps.size()), factor, 2048);
-            // Blocks of a packet, then odd ones that leave the phase anywhere; the third time on 16-bit
-            // samples below.
-            for (const int block : {2048, 701, 1}) {
+            // Blocks of a packet, odd ones that leave the phase anywhere, single samples, and one that is longer than
+            // any that was announced.
+            for (const int block : {2048, 701, 1, 5000}) {
                 decimator.reset();
                 int written = 0;
                 for (int done = 0; done < 8192 && (block > 1 || done < 900); done += block) {

@@ -326,6 +326,36 @@ TEST(VectorMemory, FillsAndMovesCountInTheirOwnElements) {
     EXPECT_EQ(copies[2].re, 0.0);
 }
 
+TEST(VectorConversion, ScalesByAnyPowerOfTwo) {
+    const std::int16_t source[] = {1, -32768, 12345};
+    for (const int scale : {-126, -3, 0, 3, 15, 126}) {
+        float wide[3];
+        dspI16ToF32(source, wide, 3, scale);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(wide[i], std::ldexp(static_cast<float>(source[i]), -scale)) << scale;
+        std::int16_t back[3];
+        dspF32ToI16(wide, back, 3, dspRoundToNearest, -scale);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(back[i], source[i]) << scale;
+    }
+}
+
+TEST(VectorMagnitude, OfASampleDoesNotDependOnThoseBesideIt) {
+    std::vector<cf32> block(64);
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        const auto x = static_cast<float>(i);
+        block[i] = {std::sin(x), i % 8 == 3 ? 0.0F : std::cos(3 * x)};
+        if (i % 16 == 5) block[i] = {0.0F, 0.0F};
+        if (i % 16 == 9) block[i] = {1e-30F * x, 2e-41F};
+    }
+    std::vector<float> together(block.size());
+    dspMagnitudeCf32(block.data(), together.data(), static_cast<int>(block.size()));
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        float alone = -1;
+        dspMagnitudeCf32(&block[i], &alone, 1);
+        EXPECT_EQ(alone, together[i]) << i;
+    }
+}
+
 TEST(VectorMemory, NothingHappensForCountsBelowOne) {
     for (const int n : {0, -1, std::numeric_limits<int>::min()}) {
         dspZero64(nullptr, n);

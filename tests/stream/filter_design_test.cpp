@@ -28,6 +28,10 @@ TEST(StoredDecimationFilter, HasItsPublishedResponse) {
     double sum = 0.0;
     for (const double tap : taps) sum += tap;
     EXPECT_EQ(sum, 524284.0);
+    // Two words that changed against each other would leave the sum as it is, but not this one.
+    double weighted = 0.0;
+    for (std::size_t k = 0; k < decimationWords; ++k) weighted += static_cast<double>(k + 1) * taps[k];
+    EXPECT_EQ(weighted, 29164672.0);
     // Frequencies are in units of the output rate, a fifth of the input's.
     for (double f = 0.0; f < 0.39; f += 0.005) EXPECT_NEAR(gainDb(taps, f / 5), 0.0, 0.002) << f;
     EXPECT_NEAR(gainDb(taps, 0.40 / 5), -0.03, 0.005);

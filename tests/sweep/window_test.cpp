@@ -37,12 +37,23 @@ TEST(SweepWindow, AgreesWithAnEvaluationInThirtyDigits) {
     }
 }
 
-TEST(SweepWindow, TakesItsCosinesInSinglePrecision) {
-    // At the second entry of 1001 the four cosines are 16-bit-exact neighbours of 1; in double precision the
-    // sum would be -3.6718532e-6 instead of a multiple of the spacing of floats below 1.
-    std::vector<double> window(1001);
-    fillWindow(windowFlatTop, window);
-    EXPECT_GT(std::fabs(window[1] - -3.67185324336e-6), 1e-9);
+TEST(SweepWindow, TakesItsCosinesInSinglePrecisionAndSumsInDouble) {
+    // Evaluated elsewhere: angle in double, rounded; cosine rounded; terms and sum in double.
+    const struct {
+        int kind;
+        std::size_t entry;
+        double value;
+    } rows[] = {
+        {windowFlatTop, 1, -3.726720809942019e-06}, {windowFlatTop, 123, -0.11348236353695379},
+        {windowFlatTop, 377, 2.1223886320665475},   {windowFlatTop, 700, 0.24752500516176212},
+        {windowNuttall, 1, 4.6375966071023067e-07}, {windowNuttall, 123, 0.019018116059958935},
+        {windowNuttall, 377, 0.6997669998319447},   {windowNuttall, 700, 0.37949871889030934},
+    };
+    for (const auto& row : rows) {
+        std::vector<double> window(1001);
+        fillWindow(row.kind, window);
+        EXPECT_NEAR(window[row.entry], row.value, 1e-14) << "kind " << row.kind << ", " << row.entry;
+    }
 }
 
 TEST(SweepWindow, HasAMeanOfOneWithItsPadding) {

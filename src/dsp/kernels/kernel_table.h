@@ -43,7 +43,7 @@ struct KernelTable {
     void (*firDecimateComplex)(const float* samples, int factor, const float* tapsRe, const float* tapsIm,
                                int length, float* dst, int n);
 
-    // work: as many floats as points and, in two steps, as the rows of one group of columns.
+    // work: as many complex elements as points and, in two steps, as the rows of one group of columns.
     void (*fftOneStep)(const FftTables& tables, const float* src, float* dst, float* work);
     void (*fftTwoSteps)(const FftTables& tables, const float* src, float* dst, float* work);
 

@@ -24,7 +24,6 @@ HXR_SIMD F32 operator+(F32 a, F32 b) { return {_mm512_add_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator-(F32 a, F32 b) { return {_mm512_sub_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator*(F32 a, F32 b) { return {_mm512_mul_ps(a.v, b.v)}; }
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return {_mm512_fmadd_ps(a.v, b.v, c.v)}; }
-HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return {_mm512_fmsub_ps(a.v, b.v, c.v)}; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return {_mm512_fnmadd_ps(a.v, b.v, c.v)}; }
 HXR_SIMD F32 squareRoot(F32 a) { return {_mm512_sqrt_ps(a.v)}; }
 HXR_SIMD F32 larger(F32 a, F32 b) { return {_mm512_max_ps(a.v, b.v)}; }

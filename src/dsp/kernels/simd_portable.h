@@ -42,7 +42,6 @@ HXR_SIMD F32 operator*(F32 a, F32 b) {
     return perLane<F32>([&](int i) { return a.v[i] * b.v[i]; });
 }
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return a * b + c; }
-HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return a * b - c; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return c - a * b; }
 HXR_SIMD F32 squareRoot(F32 a) {
     return perLane<F32>([&](int i) { return __builtin_sqrtf(a.v[i]); });
@@ -58,9 +57,7 @@ HXR_SIMD Mask less(F32 a, F32 b) {
     return perLane<Mask>([&](int i) { return a.v[i] < b.v[i]; });
 }
 HXR_SIMD Mask equal(F32 a, F32 b) {
-    return perLane<Mask>([&](int i) {
-        return !(a.v[i] < b.v[i]) && !(a.v[i] > b.v[i]) && a.v[i] - a.v[i] == b.v[i] - b.v[i];
-    });
+    return perLane<Mask>([&](int i) { return !(a.v[i] < b.v[i]) && !(b.v[i] < a.v[i]) && a.v[i] <= b.v[i]; });
 }
 HXR_SIMD Mask both(Mask a, Mask b) {
     return perLane<Mask>([&](int i) { return a.v[i] && b.v[i]; });

@@ -22,7 +22,6 @@ HXR_SIMD F32 operator+(F32 a, F32 b) { return {_mm_add_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator-(F32 a, F32 b) { return {_mm_sub_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator*(F32 a, F32 b) { return {_mm_mul_ps(a.v, b.v)}; }
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return a * b + c; }
-HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return a * b - c; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return c - a * b; }
 HXR_SIMD F32 squareRoot(F32 a) { return {_mm_sqrt_ps(a.v)}; }
 HXR_SIMD F32 larger(F32 a, F32 b) { return {_mm_max_ps(a.v, b.v)}; }

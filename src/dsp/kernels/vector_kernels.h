@@ -101,16 +101,14 @@ static void powerCf32(const float* src, float* dst, int n) {
         dst, n, [](float* p, Complex x) HXR_INLINE { store(p, inElementOrder(power(x))); }, src);
 }
 
-/// Where the power would leave the range of a float, the absolute value doesn't: those go through double
-/// precision.
-static void magnitudeOfExtremes(float* p, Complex x) {
-    float re[lanes], im[lanes];
-    store(re, x.re);
-    store(im, x.im);
-    for (int i = 0; i < lanes; ++i) {
-        const double r = re[i], j = im[i];
-        p[laneElement(i)] = static_cast<float>(__builtin_sqrt(r * r + j * j));
-    }
+/// Where the power would leave the range of a float, the absolute value doesn't: those samples are brought to the middle
+/// of the range by a power of two, and back. The factor of all others is 1, so that no sample's result depends on those
+/// beside it.
+static F32 magnitudeOfExtremes(Complex x, Mask small, Mask large) {
+    const F32 one = splat(1.0F);
+    const F32 there = select(small, splat(0x1p100F), select(large, splat(0x1p-70F), one));
+    const F32 back = select(small, splat(0x1p-100F), select(large, splat(0x1p70F), one));
+    return squareRoot(power({x.re * there, x.im * there})) * back;
 }
 
 static void magnitudeCf32(const float* src, float* dst, int n) {
@@ -120,7 +118,7 @@ static void magnitudeCf32(const float* src, float* dst, int n) {
         if (inAllLanes(both(less(least, squared), less(squared, greatest))))
             store(p, inElementOrder(squareRoot(squared)));
         else
-            magnitudeOfExtremes(p, x);
+            store(p, inElementOrder(magnitudeOfExtremes(x, less(squared, least), less(greatest, squared))));
     };
     mapComplex<1>(dst, n, put, src);
 }
