@@ -101,26 +101,37 @@ static void powerCf32(const float* src, float* dst, int n) {
         dst, n, [](float* p, Complex x) HXR_INLINE { store(p, inElementOrder(power(x))); }, src);
 }
 
-/// Where the power would leave the range of a float, the absolute value doesn't: those samples are brought to the middle
-/// of the range by a power of two, and back. The factor of all others is 1, so that no sample's result depends on those
+/// Where the power leaves the range of a float, the absolute value doesn't: those samples are brought to the middle of
+/// the range by a power of two, and back. The factor of all others is 1, so that no sample's result depends on those
 /// beside it.
-static F32 magnitudeOfExtremes(Complex x, Mask small, Mask large) {
+static void magnitudeOfAnything(const float* src, float* dst, int n, F32 least, F32 greatest) {
     const F32 one = splat(1.0F);
-    const F32 there = select(small, splat(0x1p100F), select(large, splat(0x1p-70F), one));
-    const F32 back = select(small, splat(0x1p-100F), select(large, splat(0x1p70F), one));
-    return squareRoot(power({x.re * there, x.im * there})) * back;
-}
-
-static void magnitudeCf32(const float* src, float* dst, int n) {
-    const F32 least = splat(1e-30F), greatest = splat(1e+38F);
     const auto put = [=](float* p, Complex x) HXR_INLINE {
         const F32 squared = power(x);
-        if (inAllLanes(both(less(least, squared), less(squared, greatest))))
-            store(p, inElementOrder(squareRoot(squared)));
-        else
-            store(p, inElementOrder(magnitudeOfExtremes(x, less(squared, least), less(greatest, squared))));
+        const Mask small = less(squared, least), large = less(greatest, squared);
+        const F32 there = select(small, splat(0x1p100F), select(large, splat(0x1p-70F), one));
+        const F32 back = select(small, splat(0x1p-100F), select(large, splat(0x1p70F), one));
+        store(p, inElementOrder(squareRoot(power({x.re * there, x.im * there})) * back));
     };
     mapComplex<1>(dst, n, put, src);
+}
+
+/// Takes a block the short way and watches the powers; where one was extreme, the block goes again the long way.
+static void magnitudeCf32(const float* src, float* dst, int n) {
+    constexpr int block = 512;
+    const F32 least = splat(1e-30F), greatest = splat(1e+38F);
+    for (int done = 0; done < n; done += block) {
+        const int count = n - done < block ? n - done : block;
+        Mask ordinary = less(least, greatest);
+        const auto put = [=, &ordinary](float* p, Complex x) HXR_INLINE {
+            const F32 squared = power(x);
+            ordinary = both(ordinary, both(less(least, squared), less(squared, greatest)));
+            store(p, inElementOrder(squareRoot(squared)));
+        };
+        const float* from = src + 2 * std::ptrdiff_t{done};
+        mapComplex<1>(dst + done, count, put, from);
+        if (!inAllLanes(ordinary)) magnitudeOfAnything(from, dst + done, count, least, greatest);
+    }
 }
 
 static void mulF64(const double* a, const double* b, double* dst, int n) {
