@@ -162,9 +162,9 @@ ResponseFilter buildResponseFilter(const CorrectionState& state, bool useFullGri
 std::array<std::uint32_t, tapBlockWords> tapBlock(const ResponseTaps& taps) {
     constexpr double fullScale = 32000.0;
     constexpr std::size_t leadingZeros = 4;
-    // The taps' largest is 1, but a negative one can go beyond -1.
+    // The taps' largest is 1, but a negative one can go beyond -1, and calibration data with gaps give none at all.
     const auto code = [](float tap) {
-        const double scaled = std::clamp(tap * fullScale, -32768.0, 32767.0);
+        const double scaled = std::isnan(tap) ? 0.0 : std::clamp(tap * fullScale, -32768.0, 32767.0);
         return static_cast<std::uint32_t>(static_cast<std::uint16_t>(static_cast<std::int16_t>(scaled)));
     };
     std::array<std::uint32_t, tapBlockWords> words{};

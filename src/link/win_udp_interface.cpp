@@ -24,10 +24,11 @@ constexpr int collectBatch = 64;
 // seen by the collector soon.
 constexpr std::size_t moverBatch = 32;
 
-// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each.
-// Even a socket buffer of the smallest usual limit, 25 datagrams, lasts three times as long at the pace of
-// the line.
-constexpr std::chrono::microseconds moverRest{50};
+// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each; provided
+// that the system's own buffer would last many times as long at the pace of the line. The system counts about twice a
+// datagram's 8216 bytes.
+constexpr std::chrono::microseconds moverRest{250};
+constexpr std::size_t bytesThatLastManyRests = 8 * 38 * 2 * 8216;
 
 // A buffer's room, brought up to the next 64 bytes so that every buffer starts aligned.
 constexpr std::size_t bufferStride =
@@ -175,13 +176,14 @@ void WinUDPInterface::send(int slot, const std::uint32_t* words) {
     }
     if (lost_) return;
     state.pending = sendBytes;
-    state.sent = sendNow(wireForm(words, state.wireWords));
+    state.socket = socketNow();
+    state.sent = sendNow(state.socket, wireForm(words, state.wireWords));
 }
 
 /// Hands a datagram to the system, which nearly always takes it at once. Where it doesn't, it is asked again
 /// here: a caller may collect the reply before it waits for the send.
-bool WinUDPInterface::sendNow(std::span<const std::byte> datagram) {
-    const auto socket = socketNow();
+bool WinUDPInterface::sendNow(const std::shared_ptr<platform::UdpSocket>& socket,
+                              std::span<const std::byte> datagram) {
     if (!socket) return false;
     if (socket->send(datagram)) return true;
 
@@ -199,9 +201,11 @@ std::size_t WinUDPInterface::waitSend(int slot) {
     SendSlot& state = sendSlots_[index(slot)];
     const std::size_t transferred = state.sent ? state.pending : 0;
     if (state.pending != 0 && !state.sent) {
+        // A send that somebody has ended by a close is no failure of the endpoint.
         Lock lock(mutex_);
-        loseEndpoint(lock);
+        if (socket_ == state.socket) loseEndpoint(lock);
     }
+    state.socket.reset();
     state.pending = 0;
     return transferred;
 }
@@ -250,7 +254,7 @@ ReceiveResult* WinUDPInterface::collectReceives(int number) {
             return slot->arrived >= std::min(batchEnd, slot->pendingCount) || !socket_;
         });
         if (!ended) lookOnceMore(lock);
-        if (slot->arrived < std::min(batchEnd, slot->pendingCount)) loseEndpoint(lock);
+        if (socket_ && slot->arrived < std::min(batchEnd, slot->pendingCount)) loseEndpoint(lock);
     }
     if (slot->arrived < slot->pendingCount) slot->result.timedOut = true;
     slot->pendingCount = slot->arrived = 0;
@@ -299,6 +303,7 @@ int WinUDPInterface::takeBack(Lock& lock, ReceiveSlot& slot, int number) {
 
 /// The mover: fills posted buffers with what arrives, in order, until the socket is closed.
 void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket) {
+    const bool mayRest = socket->receiveBuffer() >= bytesThatLastManyRests;
     std::array<platform::ReceivePlace, moverBatch> places;
     Lock lock(mutex_);
     while (true) {
@@ -315,7 +320,7 @@ void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& 
         publishArrived(std::span(places).first(got));
         if (got == wanted) continue;
         lock.unlock();
-        if (got > 0 && wanted == moverBatch) {
+        if (mayRest && got > 0 && wanted == moverBatch) {
             std::this_thread::sleep_for(moverRest);
         } else {
             socket->waitReceivable();

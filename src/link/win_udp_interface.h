@@ -60,6 +60,7 @@ class WinUDPInterface final : public UDPDevice {
     struct SendSlot {
         std::size_t pending = 0;  ///< bytes in flight, 0 when the slot is free
         bool sent = false;
+        std::shared_ptr<platform::UdpSocket> socket;  ///< that it was sent on
         std::array<std::uint32_t, wordsPerPacket> wireWords;
     };
 
@@ -116,7 +117,7 @@ class WinUDPInterface final : public UDPDevice {
     };
 
     void release();
-    bool sendNow(std::span<const std::byte> datagram);
+    bool sendNow(const std::shared_ptr<platform::UdpSocket>& socket, std::span<const std::byte> datagram);
     void loseEndpoint(Lock& lock);
     void lookOnceMore(Lock& lock);
     void moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket);

@@ -42,6 +42,9 @@ class UdpSocket {
     /// @return how many places were filled, at most as many as are given and at most 64
     virtual std::size_t receive(std::span<ReceivePlace> places) = 0;
 
+    /// Bytes that the system keeps of what has arrived and wasn't received, by its own count.
+    virtual std::size_t receiveBuffer() const = 0;
+
     /// Waits until something has arrived, or until `shutDown`.
     virtual void waitReceivable() = 0;
 

@@ -75,6 +75,14 @@ class PosixUdpSocket final : public UdpSocket {
         return static_cast<std::size_t>(got);
     }
 
+    std::size_t receiveBuffer() const override {
+        int bytes = 0;
+        socklen_t size = sizeof bytes;
+        return ::getsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &bytes, &size) == 0
+                   ? static_cast<std::size_t>(bytes)
+                   : 0;
+    }
+
     void waitReceivable() override { waitFor(POLLIN, -1); }
 
     void shutDown() override {

@@ -15,7 +15,7 @@ namespace hxr::test {
 class TestClock final : public platform::Clock {
   public:
     /// @param shortening  a time-out lasts this part of its nominal length
-    explicit TestClock(int shortening = 1) : shortening_(shortening) {}
+    explicit TestClock(int shortening = 1) : shortening_(shortening) { timeouts_.reserve(10'000); }
 
     void shortenTimeouts(int shortening) { shortening_ = shortening; }
 

@@ -37,32 +37,6 @@ std::size_t residentPages() {
     return resident;
 }
 
-class Endurance : public Installation {};
-
-TEST_F(Endurance, ConnectingHundredsOfTimesUsesNothingUp) {
-    sim::SimulatedUnit& unit = startUnit();
-    const auto round = [&](int number) {
-        // Every other connect fails, each time a little later in the attach.
-        unit.faults().silenceAfterReplies(number % 2 == 0 ? 1000 : static_cast<std::size_t>(number / 2 % 9));
-        clock.shortenTimeouts(number % 2 == 0 ? 1 : 40);
-        EXPECT_EQ(connect() == hxrNoError, number % 2 == 0) << number;
-        if (number % 2 == 0) {
-            EXPECT_EQ(hxrCloseDevice(handle), hxrNoError);
-        }
-        unit.faults().revive();
-        unit.clearRecording();
-    };
-    for (int i = 0; i < 40; ++i) round(i);
-    const std::size_t descriptorsBefore = openDescriptors(), threadsBefore = entriesOf("/proc/self/task"),
-                      pagesBefore = residentPages();
-    for (int i = 0; i < 200; ++i) round(i);
-    EXPECT_EQ(openDescriptors(), descriptorsBefore);
-    EXPECT_EQ(threads(threadsBefore), threadsBefore);
-    EXPECT_LT(residentPages(), pagesBefore + 1024);  // 4 MiB: half of one image
-}
-
-class Threads : public Installation {};
-
 /// What the system tells of one thread: the value behind a name in its status file.
 std::string threadField(const std::string& task, const std::string& name) {
     std::ifstream status("/proc/self/task/" + task + "/status");
@@ -80,6 +54,38 @@ std::set<std::string> threadsNamed(const std::string& name) {
     }
     return found;
 }
+
+class Endurance : public Installation {};
+
+constexpr int rounds = 200;
+
+TEST_F(Endurance, ConnectingHundredsOfTimesUsesNothingUp) {
+    sim::SimulatedUnit& unit = startUnit();
+    const auto round = [&](int number) {
+        // Every other connect fails, each time a little later in the attach.
+        unit.faults().silenceAfterReplies(number % 2 == 0 ? 1000 : static_cast<std::size_t>(number / 2 % 9));
+        clock.shortenTimeouts(number % 2 == 0 ? 1 : 40);
+        EXPECT_EQ(connect() == hxrNoError, number % 2 == 0) << number;
+        if (number % 2 == 0) {
+            EXPECT_EQ(hxrCloseDevice(handle), hxrNoError);
+        }
+        // A request that the unit hasn't come to yet goes with its socket.
+        unit.stop();
+        unit.faults().revive();
+        unit.start();
+        unit.clearRecording();
+    };
+    for (int i = 0; i < 20; ++i) round(i);
+    while (!threadsNamed("HXR Receive").empty()) std::this_thread::yield();
+    const std::size_t descriptorsBefore = openDescriptors(), threadsBefore = entriesOf("/proc/self/task"),
+                      pagesBefore = residentPages();
+    for (int i = 0; i < rounds; ++i) round(i);
+    EXPECT_EQ(openDescriptors(), descriptorsBefore);
+    EXPECT_EQ(threads(threadsBefore), threadsBefore);
+    EXPECT_LT(residentPages(), pagesBefore + 1024);  // 4 MiB: half of one image
+}
+
+class Threads : public Installation {};
 
 TEST_F(Threads, BlockSignalsAndEndWithTheDevice) {
     startUnit();
