@@ -141,13 +141,31 @@ TEST_F(Corrections, FetchTheValuesOfATuning) {
     }
 }
 
+struct FilterCase {
+    int k;
+    bool useFullGrid;
+    double delay;
+    bool lowGrid;
+    int row;
+    bool swapped;
+    int channel = 2;
+    int temperature = 3;
+    float fraction = 0;
+};
+
 /// The response filter by the long way: sums over all points and bins, for one rail.
 /// @param sign  -1 for the first rail, 1 for the second
-std::vector<double> plainRail(const HXRCalData& image, bool lowGrid, int row, double delay, int sign) {
+std::vector<double> plainRail(const HXRCalData& image, const FilterCase& c, int sign) {
     constexpr double pi = std::numbers::pi;
     const auto point = [&](const auto& low, const auto& full, int p) -> double {
-        return lowGrid ? low[3][2][row][p] : full[3][2][row][p];
+        const auto slice = [&](int t) {
+            return c.lowGrid ? low[t][c.channel][c.row][p] : full[t][c.channel][c.row][p];
+        };
+        if (c.fraction == 0) return slice(c.temperature);
+        if (c.fraction == 1) return slice(c.temperature + 1);
+        return (1 - c.fraction) * slice(c.temperature) + c.fraction * slice(c.temperature + 1);
     };
+    const double delay = c.delay;
     const auto ratio = [&](int p) { return point(image.lowGridRatio, image.fullGridRatio, p); };
     const auto phase = [&](int p) { return point(image.lowGridPhase, image.fullGridPhase, p); };
     const auto level = [&](int p) {
@@ -184,26 +202,20 @@ std::vector<double> plainRail(const HXRCalData& image, bool lowGrid, int row, do
     return taps;
 }
 
-struct FilterCase {
-    int k;
-    bool useFullGrid;
-    double delay;
-    bool lowGrid;
-    int row;
-    bool swapped;
-};
-
 TEST_F(Corrections, DesignTheResponseFilterAsTheLongWayDoes) {
-    settle(3, 0.0);
     for (const FilterCase& c :
          {FilterCase{0, false, 0, true, 0, true}, FilterCase{1, false, 0, true, 0, true},
           FilterCase{2, false, 0, true, 2, true}, FilterCase{24, false, 5e-9, true, 24, true},
           FilterCase{25, false, -25e-9, true, 25, false}, FilterCase{24, true, 0, false, 24, true},
           FilterCase{143, false, 0, true, 143, false}, FilterCase{143, true, 0, false, 143, false},
           FilterCase{144, false, 25e-9, false, 144, false}, FilterCase{510, false, 0, false, 510, false},
-          FilterCase{511, true, 0, false, 510, false}, FilterCase{600, false, 0, false, 510, false}}) {
-        auto first = plainRail(image(), c.lowGrid, c.row, c.delay, -1);
-        auto second = plainRail(image(), c.lowGrid, c.row, c.delay, 1);
+          FilterCase{511, true, 0, false, 510, false}, FilterCase{600, false, 0, false, 510, false},
+          FilterCase{1, true, 0, false, 0, true, 0, 0, 0.3F},
+          FilterCase{80, false, 1e-9, true, 80, false, 1, 2, 0.7F},
+          FilterCase{300, false, 0, false, 300, false, 3, 5, 1.0F}}) {
+        settle(c.temperature, c.fraction);
+        auto first = plainRail(image(), c, -1);
+        auto second = plainRail(image(), c, 1);
         double largest = 0, sumFirst = 0, sumSecond = 0;
         for (std::size_t n = 0; n < 63; ++n) largest = std::max({largest, first[n], second[n]});
         for (std::size_t n = 0; n < 63; ++n) {
@@ -212,7 +224,7 @@ TEST_F(Corrections, DesignTheResponseFilterAsTheLongWayDoes) {
         }
         if (c.swapped) std::swap(first, second);
 
-        const ResponseFilter filter = buildResponseFilter(state, c.useFullGrid, 2, c.delay, c.k);
+        const ResponseFilter filter = buildResponseFilter(state, c.useFullGrid, c.channel, c.delay, c.k);
         double worst = 0;
         for (std::size_t n = 0; n < 63; ++n) {
             worst = std::max({worst, std::abs(filter.taps[n].first - first[n]),
