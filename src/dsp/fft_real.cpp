@@ -45,7 +45,8 @@ void FftPlanRealF64::transformHalf(cf64* z) const {
         for (int block = 0; block < half; block += 2 * span) {
             for (int j = 0; j < span; ++j) {
                 const cf64 a = z[block + j],
-                           b = z[block + j + span] * turns_[static_cast<std::size_t>(j * step)];
+                           b = z[block + j + span] *
+                               turns_[static_cast<std::size_t>(j) * static_cast<std::size_t>(step)];
                 z[block + j] = a + b;
                 z[block + j + span] = a - b;
             }

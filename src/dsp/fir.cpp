@@ -56,7 +56,7 @@ void FirPlan::planConvolution(const cf32* taps) {
 }
 
 platform::AlignedArray<cf32> FirPlan::makeWork() const {
-    const auto samples = static_cast<std::size_t>(length_ - 1 + chunk_);
+    const auto samples = static_cast<std::size_t>(length_ - 1) + static_cast<std::size_t>(chunk_);
     return platform::makeAlignedArray<cf32>(transform_ ? 2 * samples + transform_->workLength() : samples);
 }
 
