@@ -178,6 +178,7 @@ void WinUDPInterface::send(int slot, const std::uint32_t* words) {
     state.pending = sendBytes;
     state.socket = socketNow();
     state.sent = sendNow(state.socket, wireForm(words, state.wireWords));
+    if (state.sent) state.socket.reset();
 }
 
 /// Hands a datagram to the system, which nearly always takes it at once. Where it doesn't, it is asked again

@@ -60,7 +60,7 @@ class WinUDPInterface final : public UDPDevice {
     struct SendSlot {
         std::size_t pending = 0;  ///< bytes in flight, 0 when the slot is free
         bool sent = false;
-        std::shared_ptr<platform::UdpSocket> socket;  ///< that it was sent on
+        std::shared_ptr<platform::UdpSocket> socket;  ///< where it couldn't be sent
         std::array<std::uint32_t, wordsPerPacket> wireWords;
     };
 
