@@ -25,6 +25,24 @@ constexpr Word registerBlock(std::uint32_t count, std::uint16_t address) {
     return 0x04000000 | (count & 0xFF) << 16 | address;
 }
 
+/// Strobes that the units of a group align on.
+enum class Strobe : std::uint32_t {
+    streamedChannels = 0x0004,  ///< precedes streamed channels
+    initiate = 0x0008,          ///< at every initiate
+    openEnd = 0x000F,           ///< closes the open sequence
+};
+
+/// Timing byte of a unit in a group: 0 for a unit alone, else by its position, 0 being the master.
+constexpr std::uint8_t groupTiming(int position, bool alone) {
+    constexpr int masterTail = 2, slaveTail = 4;
+    if (alone) return 0;
+    return static_cast<std::uint8_t>((10 - 3 * position) * 16 + (position == 0 ? masterTail : slaveTail));
+}
+
+constexpr Word syncStrobe(std::uint8_t timing, Strobe strobe) {
+    return 0x01000000 | static_cast<std::uint32_t>(timing) << 16 | static_cast<std::uint32_t>(strobe);
+}
+
 /// Makes the sequencer wait; `ticks` of 1.016 microseconds each.
 constexpr Word pause(std::uint16_t ticks) { return 0x05000000 | ticks; }
 
@@ -34,7 +52,7 @@ constexpr std::uint16_t pauseTicks(double microseconds) {
 }
 
 /// How the unit's timebase is steered.
-enum class TimebaseMode : std::uint32_t { external = 0, internal = 4, followGps = 8 };
+enum class TimebaseMode : std::uint32_t { external = 0, internal = 4, followGps = 8, bringUp = 12 };
 
 constexpr Word timebase(TimebaseMode mode, std::uint16_t dac) {
     return 0x0B000000 | static_cast<std::uint32_t>(mode) << 16 | dac;
@@ -58,6 +76,9 @@ inline constexpr Word statusRequest = 0x11000008;
 /// Causes `datagrams` data datagrams from whatever was selected before.
 constexpr Word captureAndSend(std::uint32_t datagrams) { return 0x12000000 | datagrams; }
 
+/// Selects what captures are taken from, one bit for each channel and way; 0 clears the selection.
+constexpr Word inputSelect(std::uint32_t inputs) { return 0x13000000 | inputs; }
+
 constexpr Word selectFlashPage(std::uint16_t page) { return 0x1E000000 | page; }
 
 constexpr Word flashReadMode(bool on) { return 0x1F000000 | (on ? 1U : 0U); }
@@ -65,7 +86,15 @@ constexpr Word flashReadMode(bool on) { return 0x1F000000 | (on ? 1U : 0U); }
 // Peripheral words write a register of a chip in the unit.
 
 /// Chips by the high byte of their words. `lowLo` of channel c is `lowLo` + c.
-enum class Chip : std::uint32_t { lowLo = 0x41, sharedLo = 0x45, generator = 0x47 };
+enum class Chip : std::uint32_t {
+    lowLo = 0x41,
+    sharedLo = 0x45,
+    generator = 0x47,
+    dds = 0x49,
+    converterClock = 0x4A,
+    timebaseDac = 0x4B,
+    offset = 0x4D,
+};
 
 /// The `lowLo` chip of one of the four channels.
 constexpr Chip lowLoOf(int channel) {
@@ -75,6 +104,15 @@ constexpr Chip lowLoOf(int channel) {
 constexpr Word chipWrite(Chip chip, std::uint16_t address, std::uint8_t value) {
     return static_cast<std::uint32_t>(chip) << 24 | static_cast<std::uint32_t>(address) << 8 | value;
 }
+
+/// A transfer of 24 bits to a chip.
+constexpr Word chipTransfer(Chip chip, std::uint32_t data) { return static_cast<std::uint32_t>(chip) << 24 | data; }
+
+/// Sets the DAC behind the timebase directly, whatever mode steers it.
+constexpr Word timebaseDacWrite(std::uint16_t value) { return chipTransfer(Chip::timebaseDac, 0x180000 | std::uint32_t{value}); }
+
+/// The timebase value with which chips are started.
+inline constexpr std::uint16_t startingTimebase = 0x9000;
 
 /// A synthesizer's software reset.
 constexpr Word synthesizerReset(Chip chip) { return chipWrite(chip, 0x0000, 0x81); }
@@ -91,6 +129,9 @@ constexpr Word expanderWrite(std::uint8_t address, std::uint8_t mask, std::uint8
 /// Closes a run of peripheral words and applies them.
 inline constexpr Word applyPeripherals = 0x4C000000;
 
+/// Input switches of the lower bands, one nibble of channels each.
+constexpr Word bandSwitch(std::uint32_t bits) { return 0x52000000 | bits; }
+
 // Per-channel words address an RF channel of the unit by the high nibble.
 
 /// @param input     0 to 3
@@ -101,8 +142,25 @@ constexpr Word channelWord(int input, std::uint32_t transfer, std::uint32_t data
     return static_cast<std::uint32_t>(nibble) << 28 | transfer << 24 | data;
 }
 
+/// Chips for two channels each, by the high nibble; the two of a pair are written alike.
+enum class PairedChip : std::uint32_t {
+    firstConverter = 0x8,
+    secondConverter = 0xC,
+    firstDriver = 0xB,
+    secondDriver = 0xF,
+};
+
+constexpr Word pairedWord(PairedChip chip, std::uint32_t transfer, std::uint32_t data) {
+    return static_cast<std::uint32_t>(chip) << 28 | transfer << 24 | data;
+}
+
+/// Writes a register of a channel's `highLo`.
+constexpr Word highLoWrite(int input, std::uint16_t address, std::uint8_t value) {
+    return channelWord(input, 0, static_cast<std::uint32_t>(address) << 8 | value);
+}
+
 /// Switches a channel's `highLo` off.
-constexpr Word highLoOff(int input) { return channelWord(input, 0, 0x002B83); }
+constexpr Word highLoOff(int input) { return highLoWrite(input, 0x002B, 0x83); }
 
 /// What a channel's front end needs to rest, one word for each kind of transfer.
 struct FrontEndTransfer {

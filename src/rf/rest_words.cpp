@@ -2,6 +2,20 @@
 
 namespace hxr {
 
+std::array<words::Word, 14> buildLoOff(LoContext& context) {
+    std::array<words::Word, 14> off{};
+    auto next = off.begin();
+    *next++ = words::chipWrite(words::Chip::sharedLo, 0x0025, 0x00);
+    for (int channel = 0; channel < words::channelsPerUnit; ++channel) {
+        *next++ = words::highLoOff(channel);
+        *next++ = words::synthesizerReset(words::lowLoOf(channel));
+        *next++ = words::highLoOff(channel);
+    }
+    *next = words::applyPeripherals;
+    context.lowLoReady.fill(false);
+    return off;
+}
+
 CommandList buildLowPower(LoContext& context) {
     using namespace words;
     constexpr std::uint16_t frontEndTicks = 80;

@@ -17,6 +17,9 @@ inline constexpr std::array generatorOffWords{
     words::expanderWrite(0x07, 0x02, 0x00),
 };
 
+/// The 14 words that switch all synthesizers of a unit off. What `lowLo` held is lost.
+std::array<words::Word, 14> buildLoOff(LoContext& context);
+
 /// One packet of 44 words that puts all synthesizers, the generator and the front ends of a unit to rest.
 /// What they held is lost.
 CommandList buildLowPower(LoContext& context);
