@@ -46,6 +46,9 @@ constexpr Word syncStrobe(std::uint8_t timing, Strobe strobe) {
 /// Makes the sequencer wait; `ticks` of 1.016 microseconds each.
 constexpr Word pause(std::uint16_t ticks) { return 0x05000000 | ticks; }
 
+/// A pause in which a newly selected capture input settles.
+constexpr Word settlingPause(std::uint16_t ticks) { return 0x05010000 | ticks; }
+
 /// Ticks of a pause of `microseconds`, saturating at 65535 (66.6 ms).
 constexpr std::uint16_t pauseTicks(double microseconds) {
     return static_cast<std::uint16_t>(std::min(65535.0, microseconds / 1.016));

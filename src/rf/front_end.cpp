@@ -118,13 +118,13 @@ void appendInputSelect(CommandList& list, bool fullBand, int channel, int band) 
     const std::uint32_t taken = fullBand ? fullBandInput | (high ? highInput : 0)
                                 : high   ? highInput
                                          : tunedInput;
-    const auto wait = [&](std::uint16_t ticks) {
-        list.append({words::pause(ticks), words::noOperation, words::noOperation});
+    const auto wait = [&](words::Word pause) {
+        list.append({pause, words::noOperation, words::noOperation});
     };
-    wait(high ? highTicks : lowTicks);
+    wait(words::pause(high ? highTicks : lowTicks));
     list.append(words::inputSelect(taken << channel));
-    wait(settleTicks);
-    wait(edgeTicks);
+    wait(words::settlingPause(settleTicks));
+    wait(words::pause(edgeTicks));
 }
 
 }  // namespace hxr
