@@ -91,11 +91,12 @@ struct SweepSettings {
 
 /// What a sweep plan has made of the settings.
 struct SweepResult {
-    double actualRBW = 0;       ///< Hz
-    double actualVBW = 0;       ///< Hz
-    std::int32_t points = 0;    ///< of the trace
-    double startFrequency = 0;  ///< Hz, of the first point
-    double binSize = 0;         ///< Hz between two points
+    double actualRBW = 0;     ///< Hz
+    double actualVBW = 0;     ///< Hz
+    std::int32_t points = 0;  ///< of the trace
+    double startFreq = 0;     ///< Hz, of the first point
+    double binSize = 0;       ///< Hz between two points
+    double windowFactor = 0;  ///< noise bandwidth of the window, in bins of its length
 };
 
 /// Where a unit sends its samples. Held by each unit of a group; VRT destinations by input, in the first

@@ -32,13 +32,7 @@ enum class Strobe : std::uint32_t {
     openEnd = 0x000F,           ///< closes the open sequence
 };
 
-/// Timing byte of a unit in a group: 0 for a unit alone, else by its position, 0 being the master.
-constexpr std::uint8_t groupTiming(int position, bool alone) {
-    constexpr int masterTail = 2, slaveTail = 4;
-    if (alone) return 0;
-    return static_cast<std::uint8_t>((10 - 3 * position) * 16 + (position == 0 ? masterTail : slaveTail));
-}
-
+/// @param timing  of `groupTimingByte`
 constexpr Word syncStrobe(std::uint8_t timing, Strobe strobe) {
     return 0x01000000 | static_cast<std::uint32_t>(timing) << 16 | static_cast<std::uint32_t>(strobe);
 }
@@ -48,6 +42,9 @@ constexpr Word pause(std::uint16_t ticks) { return 0x05000000 | ticks; }
 
 /// A pause in which a newly selected capture input settles.
 constexpr Word settlingPause(std::uint16_t ticks) { return 0x05010000 | ticks; }
+
+/// A pause that a capture needs behind it.
+constexpr Word capturePause(std::uint16_t ticks) { return 0x05830000 | ticks; }
 
 /// Ticks of a pause of `microseconds`, saturating at 65535 (66.6 ms).
 constexpr std::uint16_t pauseTicks(double microseconds) {
@@ -109,10 +106,14 @@ constexpr Word chipWrite(Chip chip, std::uint16_t address, std::uint8_t value) {
 }
 
 /// A transfer of 24 bits to a chip.
-constexpr Word chipTransfer(Chip chip, std::uint32_t data) { return static_cast<std::uint32_t>(chip) << 24 | data; }
+constexpr Word chipTransfer(Chip chip, std::uint32_t data) {
+    return static_cast<std::uint32_t>(chip) << 24 | data;
+}
 
 /// Sets the DAC behind the timebase directly, whatever mode steers it.
-constexpr Word timebaseDacWrite(std::uint16_t value) { return chipTransfer(Chip::timebaseDac, 0x180000 | std::uint32_t{value}); }
+constexpr Word timebaseDacWrite(std::uint16_t value) {
+    return chipTransfer(Chip::timebaseDac, 0x180000 | std::uint32_t{value});
+}
 
 /// The timebase value with which chips are started.
 inline constexpr std::uint16_t startingTimebase = 0x9000;

@@ -1,7 +1,9 @@
 #include "rf/front_end.h"
 
 #include <algorithm>
+#include <cmath>
 
+#include "link/builders.h"
 #include "rf/band_plan.h"
 
 namespace hxr {
@@ -125,6 +127,15 @@ void appendInputSelect(CommandList& list, bool fullBand, int channel, int band) 
     list.append(words::inputSelect(taken << channel));
     wait(words::settlingPause(settleTicks));
     wait(words::pause(edgeTicks));
+}
+
+void appendNco(CommandList& list, int channel, double offsetHz) {
+    constexpr std::uint64_t wordBits = (std::uint64_t{1} << 56) - 1;
+    constexpr int firstRegister = 0x300;
+    const auto counts = static_cast<std::int64_t>(std::floor(offsetHz / ncoResolutionHz + 0.5));
+    const std::uint64_t word = static_cast<std::uint64_t>(counts) & wordBits;
+    const std::array halves{static_cast<std::uint32_t>(word), static_cast<std::uint32_t>(word >> 32)};
+    appendRegisterBlock(list, static_cast<std::uint16_t>(firstRegister + 2 * channel), halves);
 }
 
 }  // namespace hxr

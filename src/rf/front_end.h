@@ -34,4 +34,7 @@ words::Word buildPathWord(int channel, int band, bool fullBand, double loHz);
 /// @param fullBand  the capture is a full-band one
 void appendInputSelect(CommandList& list, bool fullBand, int channel, int band);
 
+/// Appends the words that make a channel's NCO move `offsetHz` to the middle of the captured band.
+void appendNco(CommandList& list, int channel, double offsetHz);
+
 }  // namespace hxr

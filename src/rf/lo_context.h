@@ -37,18 +37,19 @@ struct LoContext {
     std::vector<SharedVcoRow> sharedVcoTable;  ///< 513 rows: outputs of 8 to 16 GHz in steps of 15.625 MHz
 
     // The last tuning of `sharedLo`.
-    bool aboveTwelveGHz = false;     ///< its prescaler divides by 4, not by 2
-    std::uint32_t offsetCount = 0;   ///< divider of the offset chip
-    bool offsetAboveRef = false;     ///< the DDS is on the upper side of 1000 MHz
-    bool mainAboveOffset = false;    ///< the divided output is above the offset
-    double ddsMHz = 0;               ///< DDS frequency
-    std::uint32_t mainDivider = 0;   ///< of the synthesizer's own loop
+    bool aboveTwelveGHz = false;    ///< its prescaler divides by 4, not by 2
+    std::uint32_t offsetCount = 0;  ///< divider of the offset chip
+    bool offsetAboveRef = false;    ///< the DDS is on the upper side of 1000 MHz
+    bool mainAboveOffset = false;   ///< the divided output is above the offset
+    double ddsMHz = 0;              ///< DDS frequency
+    std::uint32_t mainDivider = 0;  ///< of the synthesizer's own loop
     std::int32_t vcoCore = 0, vcoBand = 0, vcoBias = 0, pumpCode = 0;
     std::int32_t sharedBandCode = 0;
 
     // The factory's tuning data, zeros on a unit without. Low row i is a VCO of 4000 + 7.8125 i MHz, high row i one of
     // 11000 + 15.625 i MHz, listed by half these frequencies.
-    std::array<std::vector<LoTableRow>, words::channelsPerUnit + 1> lowLoTables;  ///< channels 0 to 3, `sharedLo`
+    std::array<std::vector<LoTableRow>, words::channelsPerUnit + 1>
+        lowLoTables;  ///< channels 0 to 3, `sharedLo`
     std::array<std::vector<LoTableRow>, words::channelsPerUnit> highLoTables;
     bool cbbLoaded = false;  ///< the tables hold the factory's tuning data
 
