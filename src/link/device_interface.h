@@ -78,6 +78,9 @@ class DeviceInterface {
     /// `hxrNoError` or, for good, `hxrConnectionLostErr`.
     HXRStatus lastStatus() const { return linkStatus_; }
 
+    /// Says that a reply hasn't come that someone else has waited for. May be called from any thread.
+    void loseLink() { linkStatus_ = hxrConnectionLostErr; }
+
     bool connected() const { return connected_; }
     std::uint32_t serialNumber() const { return serialNumber_; }
     bool calChecksumFailed() const { return calChecksumFailed_; }
@@ -97,8 +100,6 @@ class DeviceInterface {
     bool readPages(int first, int last);
     void adoptCorrections();
     std::optional<std::span<const std::byte>> request(const CommandList& list);
-    void loseLink() { linkStatus_ = hxrConnectionLostErr; }
-
     platform::Clock& clock_;
     FlashCache cache_;
     bool calChecksumFailed_ = false;

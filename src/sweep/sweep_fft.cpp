@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 
 #include "dsp/vector.h"
 #include "sweep/window.h"
@@ -50,37 +51,35 @@ void SweepFft::oneSpectrum(const cf32* samples, float* out) {
     fftForwardCf32(work, work, fftSpec_, fftWork_.get());
 
     // Negative frequencies, the FFT's second half, come first.
-    const int half = fftSize_ / 2;
-    const auto magnitudes = videoUnits_ == videoVoltage ? dspMagnitudeCf32 : dspPowerCf32;
-    magnitudes(work + half, out, half);
-    magnitudes(work, out + half, half);
-    if (videoUnits_ == videoLog) powerToDecibels(out, fftSize_);
+    const auto measure = videoUnits_ == videoVoltage ? dspMagnitudeCf32 : dspPowerCf32;
+    const std::int32_t half = fftSize_ / 2;
+    const std::int32_t below = std::clamp(half - bins_.first, 0, bins_.count);
+    const std::int32_t above = bins_.first + below - half;
+    measure(work + half + bins_.first, out, below);
+    measure(work + above, out + below, bins_.count - below);
+    if (videoUnits_ == videoLog) powerToDecibels(out, bins_.count);
 }
 
-void SweepFft::averageAll(const cf32* samples, float* outMin, float* outMax) {
-    dspZero32(outMin, fftSize_);
+void SweepFft::averageAll(const cf32* samples, float* out) {
+    dspZero32(out, bins_.count);
     for (std::int32_t i = 0; i < ffts_; ++i) {
         oneSpectrum(samples + std::ptrdiff_t{i} * hop_, current_.get());
-        dspAddF32(outMin, current_.get(), outMin, fftSize_);
+        dspAddF32(out, current_.get(), out, bins_.count);
     }
-    dspMulConstF32(outMin, 1.0F / static_cast<float>(ffts_), outMin, fftSize_);
-    dspCopy32(outMin, outMax, fftSize_);
+    dspMulConstF32(out, 1.0F / static_cast<float>(ffts_), out, bins_.count);
 }
 
 void SweepFft::runningAverage(double oldWeight, double newWeight) {
     float* const running = running_.get();
-    dspMulConstF32(running, static_cast<float>(oldWeight), running, fftSize_);
-    dspMulConstF32(current_.get(), static_cast<float>(newWeight), current_.get(), fftSize_);
-    dspAddF32(running, current_.get(), running, fftSize_);
+    dspMulConstF32(running, static_cast<float>(oldWeight), running, bins_.count);
+    dspMulConstF32(current_.get(), static_cast<float>(newWeight), current_.get(), bins_.count);
+    dspAddF32(running, current_.get(), running, bins_.count);
 }
 
 /// The first FFTs form a plain mean; once a new one weighs no more than VBW over RBW, the average runs on with that
-/// weight and its extremes are held.
-void SweepFft::holdExtremes(const cf32* samples, float* outMin, float* outMax) {
-    float* const running = running_.get();
-    dspZero32(outMin, fftSize_);
-    dspZero32(outMax, fftSize_);
-    dspZero32(running, fftSize_);
+/// weight and its maximum is held.
+void SweepFft::holdMaximum(const cf32* samples, float* out) {
+    dspZero32(running_.get(), bins_.count);
     double weight = 1.0;
     double further = 2.0;
     bool first = true;
@@ -93,49 +92,55 @@ void SweepFft::holdExtremes(const cf32* samples, float* outMin, float* outMax) {
         }
         runningAverage(oneMinusAlpha_, alpha_);
         if (first) {
-            dspCopy32(running, outMin, fftSize_);
-            dspCopy32(running, outMax, fftSize_);
+            dspCopy32(running_.get(), out, bins_.count);
             first = false;
         } else {
-            dspMinF32(running, outMin, outMin, fftSize_);
-            dspMaxF32(running, outMax, outMax, fftSize_);
+            dspMaxF32(running_.get(), out, out, bins_.count);
         }
     }
 }
 
 void SweepFft::convertUnits(float* values) const {
+    const std::int32_t n = bins_.count;
     const bool millivolts = scale_ == scaleMillivolts;
-    switch (videoUnits_) {
-        case videoLog:
-            if (!millivolts) return;
-            dspAddConstF32(values, millivoltDecibels, values, fftSize_);
-            dspMulConstF32(values, nepersPerAmplitudeDecibel, values, fftSize_);
-            dspExpF32(values, values, fftSize_);
-            return;
-        case videoVoltage:
-            if (!millivolts) dspSqrF32(values, values, fftSize_);
-            break;
-        default:
-            if (millivolts) dspSqrtF32(values, values, fftSize_);
+    if (videoUnits_ == videoLog) {
+        if (!millivolts) return;
+        dspAddConstF32(values, millivoltDecibels, values, n);
+        dspMulConstF32(values, nepersPerAmplitudeDecibel, values, n);
+        dspExpF32(values, values, n);
+        return;
     }
+    const bool voltages = videoUnits_ == videoVoltage;
     if (millivolts) {
-        dspMulConstF32(values, millivoltFactor, values, fftSize_);
+        if (!voltages) dspSqrtF32(values, values, n);
+        dspMulConstF32(values, millivoltFactor, values, n);
     } else {
-        powerToDecibels(values, fftSize_);
+        if (voltages) dspSqrF32(values, values, n);
+        powerToDecibels(values, n);
     }
 }
 
-void SweepFft::transformStep(const cf32* samples, float* outMin, float* outMax) {
-    if (videoUnits_ == videoSample) {
-        oneSpectrum(samples, outMin);
-        dspCopy32(outMin, outMax, fftSize_);
-    } else if (detector_ == detectorAverage) {
-        averageAll(samples, outMin, outMax);
-    } else {
-        holdExtremes(samples, outMin, outMax);
+void SweepFft::correctLevel(float gainDb, float* values) const {
+    if (scale_ == scaleDbm) dspAddConstF32(values, gainDb, values, bins_.count);
+    if (scale_ == scaleMillivolts) {
+        const double factor = std::pow(10.0, double{gainDb} * 0.05);
+        dspMulConstF32(values, static_cast<float>(factor), values, bins_.count);
     }
-    convertUnits(outMin);
-    convertUnits(outMax);
+}
+
+void SweepFft::transformStep(const SweepStep& step, const cf32* samples, float* trace) {
+    // The bins of an inverted step count from the highest frequency.
+    bins_ = {step.inverted ? fftSize_ - step.firstBin - step.binCount : step.firstBin, step.binCount};
+    if (videoUnits_ == videoSample) {
+        oneSpectrum(samples, trace);
+    } else if (detector_ == detectorAverage) {
+        averageAll(samples, trace);
+    } else {
+        holdMaximum(samples, trace);
+    }
+    convertUnits(trace);
+    correctLevel(step.gainDb, trace);
+    if (step.inverted) dspFlip32(trace, trace, bins_.count);
 }
 
 }  // namespace hxr

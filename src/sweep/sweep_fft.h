@@ -10,29 +10,36 @@ namespace hxr {
 /// In which domain a sweep's detector works.
 enum VideoUnits : std::uint32_t { videoLog = 0, videoVoltage = 1, videoPower = 2, videoSample = 3 };
 
-/// How the FFTs of a step are combined; anything but the average holds the extremes of a running average.
+/// How the FFTs of a step are combined; anything but the average holds the maximum of a running average.
 enum Detector : std::uint32_t { detectorAverage = 0 };
 
 /// In which units the trace comes out.
 enum SweepScale : std::uint32_t { scaleDbm = 0, scaleMillivolts = 1, scaleFullScale = 2 };
 
-/// Makes spectra of the samples of one step: window, FFT, detector, units. A full-scale tone is 0 dB, whatever the
-/// window and size. Each belongs to one thread; nothing is allocated once it is made.
+/// Makes one stretch of a trace of the samples of one capture: window, FFTs, detector, units, level correction. A
+/// full-scale tone is 0 dB, whatever the window and size. Each belongs to one thread; nothing is allocated once it is
+/// made.
 class SweepFft {
   public:
     /// @throws std::bad_alloc
     SweepFft(const SweepPlan& plan, const SweepSettings& settings);
 
-    /// Transforms a step's samples, all that the plan takes at a step. Index 0 is the lowest frequency.
-    /// @param outMin, outMax  receive `fftSize` values each
-    void transformStep(const cf32* samples, float* outMin, float* outMax);
+    /// Transforms all samples that the plan takes at a step.
+    /// @param trace  receives the step's bins, lowest frequency first
+    void transformStep(const SweepStep& step, const cf32* samples, float* trace);
 
   private:
+    /// Bins of an FFT with its lowest frequency first.
+    struct Bins {
+        std::int32_t first, count;
+    };
+
     void oneSpectrum(const cf32* samples, float* out);
-    void averageAll(const cf32* samples, float* outMin, float* outMax);
-    void holdExtremes(const cf32* samples, float* outMin, float* outMax);
+    void averageAll(const cf32* samples, float* out);
+    void holdMaximum(const cf32* samples, float* out);
     void runningAverage(double oldWeight, double newWeight);
     void convertUnits(float* values) const;
+    void correctLevel(float gainDb, float* values) const;
 
     std::int32_t windowLength_, fftSize_, padLength_;
     std::uint32_t videoUnits_, detector_, scale_;
@@ -44,6 +51,7 @@ class SweepFft {
     platform::AlignedArray<cf32> work_;
     platform::AlignedArray<float> current_;
     platform::AlignedArray<float> running_;
+    Bins bins_{};  // of the present step: what isn't used isn't worked out
 };
 
 }  // namespace hxr
