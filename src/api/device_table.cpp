@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "device/initiate.h"
 #include "dsp/instruction_set.h"
 #include "link/win_udp_interface.h"
 #include "link/words.h"
@@ -35,8 +36,8 @@ void DeviceTable::initialiseOnce() {
     initialised_ = true;
 }
 
-HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* deviceAddr,
-                               std::uint16_t port) {
+HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* deviceAddr, std::uint16_t port,
+                               OpenAs as) {
     if (handle == nullptr || hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
     initialiseOnce();
     std::unique_ptr<HXRDevice>* const slot = slotOf(nullptr);
@@ -49,7 +50,7 @@ HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* de
         return failed;
 
     auto device = std::make_unique<HXRDevice>(std::move(link), clock);
-    if (const HXRStatus failed = device->open(); failed != hxrNoError) return failed;
+    if (const HXRStatus failed = open(*device, as); failed != hxrNoError) return failed;
 
     const bool checksumFailed = device->link->calChecksumFailed();
     *slot = std::move(device);
@@ -67,7 +68,7 @@ HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char*
     master.slaves.reserve(mostSlaves);
 
     int handle = -1;
-    const HXRStatus connected = connect(&handle, hostAddr, deviceAddr, port);
+    const HXRStatus connected = connect(&handle, hostAddr, deviceAddr, port, OpenAs::pairedUnit);
     if (connected < 0) return connected;
 
     HXRDevice& unit = *find(handle);
@@ -86,6 +87,7 @@ HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char*
 
 HXRStatus DeviceTable::close(HXRDevice& device) {
     if (device.isSlave) return hxrMultiReceiverErr;
+    abort(device, IdleLo::off);
     for (const HXRDevice* slave : device.slaves) slotOf(slave)->reset();
     slotOf(&device)->reset();
     return hxrNoError;

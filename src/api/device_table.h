@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "device/hxr_device.h"
+#include "device/open_sequence.h"
 #include "hxr_api.h"
 #include "link/flash_cache.h"
 #include "link/udp_device.h"
@@ -41,7 +42,8 @@ class DeviceTable {
     ///
     /// @param handle  receives the slot
     /// @return as `hxrConnectDevice`; after an error the table is as it was
-    HXRStatus connect(int* handle, const char* hostAddr, const char* deviceAddr, std::uint16_t port);
+    HXRStatus connect(int* handle, const char* hostAddr, const char* deviceAddr, std::uint16_t port,
+                      OpenAs as = OpenAs::singleUnit);
 
     /// Opens a further unit and ties it to a master.
     /// @return as `hxrPairDevice`; after an error table and group are as they were

@@ -12,14 +12,15 @@ constexpr int temperatureCount = 7;
 constexpr double degreesPerIndex = 15.0;
 constexpr double coldestDegrees = -30.0;
 
+constexpr std::size_t pretestStart = 0x40000;
 constexpr std::size_t chamberStart = 0x80000;
 
 // The layout is the flash's, so a field that moved would be read from the wrong place without a word.
 static_assert(imageSize == 0x800000);
-static_assert(sizeof(HXRCBBData) == 0x40000);
+static_assert(sizeof(HXRCBBData) == pretestStart);
 static_assert(offsetof(HXRCBBData, cbbHighTable) == 7699);
 static_assert(offsetof(HXRCBBData, unused) == 16159);
-static_assert(offsetof(HXRCalData, loftI) == 0x040000);
+static_assert(offsetof(HXRCalData, loftI) == pretestStart);
 static_assert(offsetof(HXRCalData, loftQ) == 0x040B90);
 static_assert(offsetof(HXRCalData, vsgLevel) == 0x041720);
 static_assert(offsetof(HXRCalData, vsgGain) == 0x045760);
@@ -82,6 +83,11 @@ bool hasFlashHeader(const HXRCalData& image) {
     return !isErased(between(image, chamberStart, offsetof(HXRCalData, checksum)));
 }
 
+bool hasTuningData(const HXRCBBData& data) {
+    constexpr std::size_t head = 16;
+    return !isErased(std::as_bytes(std::span(&data, 1)).first(head));
+}
+
 bool hasPretestCorrections(const HXRCalData& image) {
     constexpr std::int16_t erased = -1;
     return image.loftI[0][0] != erased;
@@ -96,6 +102,11 @@ bool checksumPasses(const HXRCalData& image) {
                               sumOfWords(between(image, historyEnd, imageSize)) -
                               static_cast<std::uint32_t>(blankedBytes / sizeof(std::uint32_t));
     return sum == image.checksum;
+}
+
+void copyPretestSection(const HXRCalData& from, HXRCalData& to) {
+    const auto section = between(from, pretestStart, chamberStart);
+    std::copy(section.begin(), section.end(), bytesOf(to).begin() + pretestStart);
 }
 
 void copyChamberSection(const HXRCalData& from, HXRCalData& to) {

@@ -33,11 +33,16 @@ void fillErased(HXRCalData& image);
 bool isErased(std::span<const std::byte> bytes);
 
 bool hasFlashHeader(const HXRCalData& image);
+/// Whether the unit's synthesizers have factory tuning data.
+bool hasTuningData(const HXRCBBData& data);
 bool hasPretestCorrections(const HXRCalData& image);
 
 /// Whether the image's sum, without the sections and the history that change after the chamber, is its
 /// `checksum`.
 bool checksumPasses(const HXRCalData& image);
+
+/// Overwrites the pretest section of `to` with that of `from`.
+void copyPretestSection(const HXRCalData& from, HXRCalData& to);
 
 /// Overwrites the chamber section of `to` with that of `from`.
 void copyChamberSection(const HXRCalData& from, HXRCalData& to);

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <mutex>
 
+#include "device/timebase.h"
+
 namespace hxr {
 namespace {
 
@@ -73,6 +75,13 @@ void parseStatus(HXRDevice& device, const StatusRecord* record) {
             status.dataSyncFault = true;
         }
     });
+    followGps(device);
+}
+
+void requestStatus(HXRDevice& device) {
+    StatusRecord record;
+    device.link->readStatus(&record);
+    parseStatus(device, &record);
 }
 
 HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out) {
@@ -80,9 +89,7 @@ HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> 
     if (device.clock->monotonicMs() - lastTicks > statusLifetimeMs) {
         const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
         if (owner.owns_lock()) {
-            StatusRecord record;
-            device.link->readStatus(&record);
-            parseStatus(device, &record);
+            requestStatus(device);
         }
     }
     const LastStatus status = device.lastStatus.copy();

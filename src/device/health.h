@@ -12,8 +12,13 @@ namespace hxr {
 inline constexpr std::size_t diagnosticsCount = 11;
 
 /// Takes a status record into the device's last status, in one go. A null record does nothing; one with a
-/// wrong magic sets `dataSyncFault` and leaves all else as it was. May run on any thread.
+/// wrong magic sets `dataSyncFault` and leaves all else as it was. Follows a timebase that the unit disciplines. May run
+/// on any thread.
 void parseStatus(HXRDevice& device, const StatusRecord* record);
+
+/// Asks for a status record and takes it over; one that doesn't come counts as one with a wrong magic. The control
+/// endpoint must be the caller's.
+void requestStatus(HXRDevice& device);
 
 /// Gives the health values, from a new status record if the last is older than a second and nobody else owns
 /// the control endpoint.

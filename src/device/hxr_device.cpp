@@ -1,19 +1,14 @@
 #include "device/hxr_device.h"
 
-#include "device/health.h"
+#include "device/initiate.h"
+#include "sweep/sweep_engine.h"
 
 namespace hxr {
 
-HXRStatus HXRDevice::open() {
-    StatusRecord record;
-    link->readStatus(&record);
-    parseStatus(*this, &record);
+HXRDevice::HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock)
+    : clock(&unitClock), link(std::move(unitLink)), corrections(&link->corrections()) {}
 
-    const LastStatus status = lastStatus.copy();
-    if (status.dataSyncFault) return hxrDataSyncErr;
-    if (status.adcAlignFault) return hxrADCAlignmentErr;
-    return hxrNoError;
-}
+HXRDevice::~HXRDevice() { abort(*this, IdleLo::off); }
 
 std::vector<HXRDevice*> groupUnits(HXRDevice& device) {
     std::vector<HXRDevice*> units{&device};

@@ -8,6 +8,7 @@
 #include "cal/correction_state.h"
 #include "device/acquisition_mutex.h"
 #include "device/last_status.h"
+#include "device/published.h"
 #include "device/settings.h"
 #include "hxr_api.h"
 #include "link/device_interface.h"
@@ -15,6 +16,8 @@
 #include "rf/lo_context.h"
 
 namespace hxr {
+
+class SweepEngine;
 
 /// One receiver unit: its link, all its settings and its last health values.
 ///
@@ -29,14 +32,12 @@ struct HXRDevice : EnvironmentSettings,
                    StreamOutputSettings {
     /// @param unitLink    an attached link
     /// @param unitClock   outlives the device
-    HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock)
-        : clock(&unitClock), link(std::move(unitLink)), corrections(&link->corrections()) {}
+    HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock);
 
-    /// Brings a unit that has just been attached up. Called once.
-    ///
-    /// @return `hxrNoError`; `hxrDataSyncErr` if the unit's status is none or doesn't come;
-    ///         `hxrADCAlignmentErr` if its converter clocks are not aligned
-    HXRStatus open();
+    /// Aborts what runs, synthesizers off.
+    ~HXRDevice();
+    HXRDevice(const HXRDevice&) = delete;
+    HXRDevice& operator=(const HXRDevice&) = delete;
 
     bool disableLOOnAbort = true;  ///< an abort also turns the synthesizers off
     bool initiated = false;        ///< most settings are locked
@@ -47,10 +48,11 @@ struct HXRDevice : EnvironmentSettings,
     std::vector<HXRDevice*> slaves;  ///< the other units of the group, owned by the device table
     bool isSlave = false;            ///< this unit is in another's `slaves`
     LoContext loContext;
-    SweepResult sweepResult;
+    std::unique_ptr<SweepEngine> sweepEngine;  ///< while a sweep plan is in place; on a group's master
     std::array<std::int32_t, words::channelsPerUnit> lastBand{};  ///< of the full-band capture, by channel
     AcquisitionMutex acquisitionMutex;
-    PublishedStatus lastStatus;
+    Published<LastStatus> lastStatus;
+    Published<TimebaseState> timebase;
     platform::Clock* clock;
     std::unique_ptr<DeviceInterface> link;  ///< the first to go when the device goes
     CorrectionState* corrections;           ///< the link's

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
 #include "link/status_record.h"
 
@@ -25,26 +24,6 @@ struct LastStatus {
     std::array<std::byte, StatusRecord::gpsBlockSize> gpsBlock{};
     bool tempDrifted = false;        ///< `temperatureA` has left `referenceTemperature`
     float referenceTemperature = 0;  ///< `temperatureA` at the last initiate
-};
-
-/// The last status of a unit, published as one record: a sweep's thread writes it while callers read it.
-class PublishedStatus {
-  public:
-    LastStatus copy() const {
-        const std::lock_guard lock(mutex_);
-        return status_;
-    }
-
-    /// Changes the record in one go: `change` gets it and must not wait for anything.
-    template <typename Change>
-    void update(Change&& change) {
-        const std::lock_guard lock(mutex_);
-        change(status_);
-    }
-
-  private:
-    mutable std::mutex mutex_;
-    LastStatus status_;
 };
 
 }  // namespace hxr

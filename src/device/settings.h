@@ -114,14 +114,18 @@ struct StreamOutputSettings {
 
 inline constexpr std::uint16_t middleOfTimebase = 0x8000;
 
-/// A unit's timebase and fan.
-struct EnvironmentSettings {
+/// Where a unit's timebase stands. It moves while the unit disciplines itself, so each status may change it.
+struct TimebaseState {
     bool holdoverValid = false;            ///< a holdover record was found when the unit was opened
-    std::uint64_t holdoverTime = 0;        ///< seconds since 1970 of that record
+    std::uint64_t holdoverTime = 0;        ///< seconds since 1970 of the record
     std::uint64_t holdoverCoarseTune = 0;  ///< its value, in the low 16 bits
     std::uint16_t coarseTune =
         middleOfTimebase;  ///< timebase value without the part that follows temperature
     std::uint16_t timebaseDAC = middleOfTimebase;  ///< what the unit is told
+};
+
+/// A unit's reference and fan.
+struct EnvironmentSettings {
     bool fanEnabled = true;
     float fanSetPoint = 50.0F;       ///< degrees Celsius
     std::uint32_t reference = 0;     ///< 0 internal, 1 external

@@ -88,6 +88,8 @@ class DeviceInterface {
     bool timeSeeded() const { return timeSeeded_; }
     /// The flash as read, and what a cache file held; 0xFF where nothing was read.
     const HXRCalData& flashCopy() const { return *flashCopy_; }
+    /// Where this host keeps the unit's files.
+    const CalFolder& calFolder() const { return cache_.folder(); }
     CorrectionState& corrections() { return corrections_; }
     UDPDevice& control() { return *control_; }
     UDPDevice& data() { return *data_; }

@@ -19,6 +19,13 @@ std::string CalFolder::path() const {
     return (fallback_ / "").string();
 }
 
+std::string CalFolder::fileOf(std::string_view prefix, std::uint32_t serialNumber,
+                              std::string_view suffix) const {
+    std::array<char, 16> number{};
+    std::snprintf(number.data(), number.size(), "%08d", static_cast<std::int32_t>(serialNumber));
+    return path().append(prefix).append(number.data()).append(suffix);
+}
+
 bool FlashCache::read(std::uint32_t serialNumber, std::span<std::byte> image) const {
     return platform::readFile(fileName(serialNumber), image);
 }
@@ -32,9 +39,7 @@ void FlashCache::write(std::uint32_t serialNumber, std::span<const std::byte> im
 }
 
 std::string FlashCache::fileName(std::uint32_t serialNumber) const {
-    std::array<char, 16> number{};
-    std::snprintf(number.data(), number.size(), "%08d", static_cast<std::int32_t>(serialNumber));
-    return folder_.path() + number.data() + ".hxr_adjust";
+    return folder_.fileOf("", serialNumber, ".hxr_adjust");
 }
 
 }  // namespace hxr

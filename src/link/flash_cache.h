@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace hxr {
 
@@ -21,6 +22,9 @@ class CalFolder {
 
     /// The folder that serves, with a separator at its end. It exists, unless neither can be made.
     std::string path() const;
+
+    /// The path of a unit's file in it: `prefix`, the serial number in eight digits, `suffix`.
+    std::string fileOf(std::string_view prefix, std::uint32_t serialNumber, std::string_view suffix) const;
 
   private:
     std::filesystem::path machineWide_;
@@ -41,6 +45,7 @@ class FlashCache {
     void write(std::uint32_t serialNumber, std::span<const std::byte> image) const;
 
     std::string fileName(std::uint32_t serialNumber) const;
+    const CalFolder& folder() const { return folder_; }
 
   private:
     CalFolder folder_;

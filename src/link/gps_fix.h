@@ -20,9 +20,17 @@ class GpsFix {
     std::int64_t time() const;
     std::int64_t date() const;
 
+    /// Time and place are known well enough to steer a timebase by.
+    bool isGood() const;
+
+    double latitudeDegrees() const;
+    double longitudeDegrees() const;
+    double heightMetres() const;
+
   private:
     std::uint8_t u8(std::size_t recordOffset) const;
     std::uint16_t u16(std::size_t recordOffset) const;
+    std::uint32_t u32(std::size_t recordOffset) const;
 
     std::span<const std::byte, StatusRecord::gpsBlockSize> block_;
 };

@@ -1,18 +1,22 @@
 #include "rf/rest_words.h"
 
+#include <algorithm>
+
 namespace hxr {
+
+std::array<words::Word, 3> buildChannelOff(LoContext& context, int channel) {
+    context.lowLoReady[static_cast<std::size_t>(channel)] = false;
+    return {words::highLoOff(channel), words::synthesizerReset(words::lowLoOf(channel)),
+            words::highLoOff(channel)};
+}
 
 std::array<words::Word, 14> buildLoOff(LoContext& context) {
     std::array<words::Word, 14> off{};
     auto next = off.begin();
     *next++ = words::chipWrite(words::Chip::sharedLo, 0x0025, 0x00);
-    for (int channel = 0; channel < words::channelsPerUnit; ++channel) {
-        *next++ = words::highLoOff(channel);
-        *next++ = words::synthesizerReset(words::lowLoOf(channel));
-        *next++ = words::highLoOff(channel);
-    }
+    for (int channel = 0; channel < words::channelsPerUnit; ++channel)
+        next = std::ranges::copy(buildChannelOff(context, channel), next).out;
     *next = words::applyPeripherals;
-    context.lowLoReady.fill(false);
     return off;
 }
 

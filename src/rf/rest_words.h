@@ -17,6 +17,9 @@ inline constexpr std::array generatorOffWords{
     words::expanderWrite(0x07, 0x02, 0x00),
 };
 
+/// Switches a channel's synthesizers off. What its `lowLo` held is lost.
+std::array<words::Word, 3> buildChannelOff(LoContext& context, int channel);
+
 /// The 14 words that switch all synthesizers of a unit off. What `lowLo` held is lost.
 std::array<words::Word, 14> buildLoOff(LoContext& context);
 

@@ -1,0 +1,51 @@
+#include "device/gps.h"
+
+#include <atomic>
+#include <mutex>
+
+#include "device/health.h"
+#include "device/ubx.h"
+
+namespace hxr {
+namespace {
+
+/// `lastStatusTicks` at the last look at any unit's fix.
+std::atomic<std::uint64_t> lastSeenStatusTicks = 0;
+
+HXRStatus refreshStatus(HXRDevice& device) {
+    const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
+    if (!owner.owns_lock()) return hxrNoError;
+    requestStatus(device);
+    return device.link->lastStatus();
+}
+
+}  // namespace
+
+HXRStatus readGpsState(HXRDevice& device, int& state) {
+    const HXRStatus result = refreshStatus(device);
+    const LastStatus status = device.lastStatus.copy();
+    state = !fixOf(status).isGood() ? gpsNoFix : isDisciplined(status) ? gpsDisciplining : gpsFix;
+    return result;
+}
+
+HXRStatus readGpsInfo(HXRDevice& device, bool refresh, GpsInfo& info) {
+    const HXRStatus result = refresh ? refreshStatus(device) : hxrNoError;
+    const LastStatus status = device.lastStatus.copy();
+    const GpsFix fix = fixOf(status);
+    info = {.updated = lastSeenStatusTicks.exchange(status.lastStatusTicks) != status.lastStatusTicks,
+            .seconds = static_cast<std::uint64_t>(fix.time() + 1),
+            .latitude = fix.latitudeDegrees(),
+            .longitude = fix.longitudeDegrees(),
+            .altitude = fix.heightMetres()};
+    return result;
+}
+
+HXRStatus writeToGps(HXRDevice& device, std::uint32_t key, std::uint64_t value, int size) {
+    if (size > ubxMostValueBytes) return hxrInvalidParameterErr;
+    if (device.initiated) return hxrInvalidConfigurationErr;
+    return device.link->sendList(singlePacket(buildGpsValueMessage(key, value, size)))
+               ? hxrNoError
+               : device.link->lastStatus();
+}
+
+}  // namespace hxr

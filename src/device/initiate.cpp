@@ -1,0 +1,116 @@
+#include "device/initiate.h"
+
+#include <algorithm>
+#include <array>
+
+#include "cal/correction_lookup.h"
+#include "device/gps.h"
+#include "device/health.h"
+#include "device/timebase.h"
+#include "link/builders.h"
+#include "rf/rest_words.h"
+#include "sweep/sweep_engine.h"
+
+namespace hxr {
+namespace {
+
+using words::noOperation;
+
+bool hasStreamingChannel(const HXRDevice& master) {
+    for (std::int32_t channel = 0; channel < master.channelCount; ++channel) {
+        if (master.channelEnabled[static_cast<std::size_t>(channel)] && channel != master.focusChannel)
+            return true;
+    }
+    return false;
+}
+
+void appendStrobe(CommandList& list, std::uint8_t timing, words::Strobe strobe) {
+    list.append({words::pause(1), noOperation, noOperation, words::syncStrobe(timing, strobe)});
+}
+
+/// Leads the channels of a unit where the settings say, and gives the strobes that the group aligns on.
+void routeAndAlign(HXRDevice& master, HXRDevice& unit, int position) {
+    const int groupSize = 1 + static_cast<int>(master.slaves.size());
+    const std::uint8_t timing = groupTimingByte(position, groupSize);
+    const auto channels = static_cast<std::size_t>(master.channelCount);
+
+    CommandList list;
+    list.beginPacket();
+    appendChannelRoute(list, position,
+                       {std::span(master.channelEnabled).first(channels), master.focusChannel},
+                       master.hardwareDecimation, master.localStream, master.vrtEndianness == 1);
+    if (hasStreamingChannel(master)) appendStrobe(list, timing, words::Strobe::streamedChannels);
+    appendStrobe(list, timing, words::Strobe::initiate);
+    unit.link->sendList(list);
+}
+
+/// Moves corrections and timebase to the unit's present temperature. A unit that disciplines itself keeps its timebase.
+void followTemperature(HXRDevice& unit) {
+    std::array<float, diagnosticsCount> diagnostics{};
+    readDiagnostics(unit, diagnostics);
+    const LastStatus status = unit.lastStatus.copy();
+    updateTemperature(*unit.corrections, status.temperatureA);
+    if (!isDisciplined(status)) pushTimebase(unit);
+}
+
+void rememberTemperature(HXRDevice& unit) {
+    unit.lastStatus.update([](LastStatus& status) {
+        status.referenceTemperature = status.temperatureA;
+        status.tempDrifted = false;
+    });
+}
+
+/// Prepares the units of a group. The slaves come first, so that the master's strobes find them waiting.
+void prepareUnits(HXRDevice& master) {
+    int position = 0;
+    for (HXRDevice* slave : master.slaves) {
+        rememberTemperature(*slave);
+        routeAndAlign(master, *slave, ++position);
+        requestStatus(*slave);
+        followTemperature(*slave);
+    }
+    rememberTemperature(master);
+    routeAndAlign(master, master, 0);
+    followTemperature(master);
+}
+
+CommandList stopWords(HXRDevice& unit, IdleLo idle) {
+    CommandList list = singlePacket(
+        {noOperation, noOperation, noOperation, words::streamStop(unit.link->data().localPort())});
+    list.append(generatorOffWords);
+    if (idle == IdleLo::off) list.append(buildLoOff(unit.loContext));
+    list.append({words::pause(words::pauseTicks(10'000.0)), noOperation, noOperation});
+    return list;
+}
+
+}  // namespace
+
+HXRStatus initiate(HXRDevice& device) {
+    if (device.initiated) abort(device, IdleLo::off);
+    prepareUnits(device);
+
+    HXRStatus result = hxrNoError;
+    if (device.sweepActive) {
+        if (device.focusChannel == -1) return hxrInvalidConfigurationErr;
+        result = configureSweep(device);
+        if (result < 0) return result;
+        device.sweepConfigured = true;
+    }
+    device.initiated = true;
+    return result;
+}
+
+HXRStatus abort(HXRDevice& device, IdleLo idle) {
+    if (!device.initiated) return hxrNoError;
+    // The engines go first: no thread of theirs may use a link when the lists go out.
+    device.sweepEngine.reset();
+    for (HXRDevice* unit : groupUnits(device)) unit->link->sendList(stopWords(*unit, idle));
+    device.initiated = false;
+    device.sweepConfigured = false;
+    device.streamConfigured = false;
+    device.fullBandConfigured = false;
+    device.vsgConfigured = false;
+    return device.link->lastStatus();
+}
+
+}  // namespace hxr

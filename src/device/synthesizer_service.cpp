@@ -1,0 +1,82 @@
+#include "device/synthesizer_service.h"
+
+#include <chrono>
+
+#include "device/health.h"
+#include "rf/channel_lo.h"
+#include "rf/rest_words.h"
+#include "rf/shared_lo.h"
+
+namespace hxr {
+namespace {
+
+using words::noOperation;
+
+/// Appends runs, a new packet once the present one holds more than half of its room.
+class ImageWriter {
+  public:
+    explicit ImageWriter(CommandList& list) : list_(list) {}
+
+    void append(const WordRun& image) {
+        list_.append(image);
+        words_ += image.size();
+    }
+
+    void settle() { list_.append({words::pause(words::pauseTicks(100.0)), noOperation, noOperation}); }
+
+    void breakIfLong() {
+        constexpr std::size_t longPacket = 256;
+        if (words_ <= longPacket) return;
+        list_.beginPacket();
+        words_ = 0;
+    }
+
+  private:
+    CommandList& list_;
+    std::size_t words_ = 0;
+};
+
+}  // namespace
+
+bool reInitChannels(HXRDevice& device) {
+    using namespace std::chrono_literals;
+    for (int channel = 0; channel < words::channelsPerUnit; ++channel) {
+        CommandList list = singlePacket(buildHighLoImage(channel));
+        list.append(buildChannelOff(device.loContext, channel));
+        list.append(words::applyPeripherals);
+        if (!device.link->sendList(list)) return false;
+        device.clock->sleep(20ms);
+    }
+    return true;
+}
+
+HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh) {
+    CommandList list = singlePacket(buildLoOff(device.loContext));
+    list.append({words::pause(words::pauseTicks(10'000.0)), noOperation, noOperation});
+
+    list.beginPacket();
+    ImageWriter images(list);
+    if (initShared) {
+        images.append(buildSharedLoImage(SharedLoVco::tabled));
+        images.settle();
+    }
+    for (int channel = 0; channel < words::channelsPerUnit; ++channel) {
+        if (initHigh) images.append(buildHighLoImage(channel));
+        images.settle();
+        images.breakIfLong();
+    }
+    device.link->sendList(list);
+    return device.link->lastStatus();
+}
+
+HXRStatus readLockFlags(HXRDevice& device, LockFlags& flags) {
+    requestStatus(device);
+    const std::uint32_t bits = device.lastStatus.copy().statusFlags;
+    for (unsigned channel = 0; channel < words::channelsPerUnit; ++channel) {
+        flags.first[channel] = static_cast<int>(bits >> channel & 1);
+        flags.second[channel] = static_cast<int>(bits >> (words::channelsPerUnit + channel) & 1);
+    }
+    return device.link->lastStatus();
+}
+
+}  // namespace hxr

@@ -1,0 +1,110 @@
+#include "device/timebase.h"
+
+#include <cstdlib>
+#include <span>
+
+#include "cal/correction_lookup.h"
+#include "device/gps.h"
+#include "device/holdover_record.h"
+#include "link/builders.h"
+
+namespace hxr {
+namespace {
+
+/// Movements of the DAC up to this many counts are no news.
+constexpr int deadBand = 8;
+
+std::uint16_t dacFor(const HXRDevice& device, std::uint16_t coarseTune) {
+    return static_cast<std::uint16_t>(temperaturePartOf(device) + coarseTune);
+}
+
+/// The used entries of the factory's history.
+std::span<const std::uint16_t> factoryTunes(const HXRDevice& device) {
+    constexpr std::uint16_t end = 0xFFFF;
+    const std::span log(device.corrections->image->coarseTuneLog);
+    return log.first(static_cast<std::size_t>(std::find(log.begin(), log.end(), end) - log.begin()));
+}
+
+}  // namespace
+
+std::int32_t temperaturePartOf(const HXRDevice& device) {
+    return static_cast<std::int32_t>(interpolateCoarseTune(*device.corrections));
+}
+
+HXRStatus sendTimebase(HXRDevice& device) {
+    CommandList list;
+    list.beginPacket();
+    appendTimebaseWords(list, device.timebase.copy().timebaseDAC, device.reference, device.gpsTimebaseUpdate);
+    device.link->sendList(list);
+    return device.link->lastStatus();
+}
+
+void pushTimebase(HXRDevice& device) {
+    device.timebase.update(
+        [&](TimebaseState& timebase) { timebase.timebaseDAC = dacFor(device, timebase.coarseTune); });
+    sendTimebase(device);
+}
+
+HXRStatus setReference(HXRDevice& device, unsigned reference) {
+    if (reference > 1) return hxrInvalidParameterErr;
+    if (device.initiated) return hxrInvalidConfigurationErr;
+    if (reference == device.reference) return hxrNoError;
+    device.reference = reference;
+    return sendTimebase(device);
+}
+
+HXRStatus setGpsTimebaseUpdate(HXRDevice& device, unsigned on) {
+    if (on > 1) return hxrInvalidParameterErr;
+    if (device.initiated) return hxrInvalidConfigurationErr;
+    if ((on == 1) == device.gpsTimebaseUpdate) return hxrNoError;
+    device.gpsTimebaseUpdate = on == 1;
+    return sendTimebase(device);
+}
+
+HXRStatus setCoarseTune(HXRDevice& device, std::uint16_t value) {
+    if (device.initiated) return hxrInvalidConfigurationErr;
+    device.timebase.update([&](TimebaseState& timebase) { timebase.coarseTune = value; });
+    pushTimebase(device);
+    return device.link->lastStatus();
+}
+
+std::uint64_t lastFactoryTuneDate(const HXRDevice& device) {
+    const auto tunes = factoryTunes(device);
+    return tunes.empty() ? 0 : device.corrections->image->coarseTuneDate[tunes.size() - 1];
+}
+
+void findStartingCoarseTune(HXRDevice& device) {
+    const auto tunes = factoryTunes(device);
+    const std::uint64_t factoryDate = lastFactoryTuneDate(device);
+    const auto holdover = readHoldoverRecord(device.link->calFolder(), device.lastStatus.copy().serialNumber);
+    device.timebase.update([&](TimebaseState& timebase) {
+        if (!tunes.empty()) timebase.coarseTune = tunes.back();
+        if (!holdover) return;
+        timebase.holdoverValid = true;
+        timebase.holdoverTime = holdover->time;
+        timebase.holdoverCoarseTune = holdover->coarseTune;
+        if (factoryDate < holdover->time)
+            timebase.coarseTune = static_cast<std::uint16_t>(holdover->coarseTune);
+    });
+}
+
+void followGps(HXRDevice& device) {
+    const LastStatus status = device.lastStatus.copy();
+    if (!isDisciplined(status) || !fixOf(status).isGood()) return;
+
+    const auto readback = static_cast<std::uint16_t>(status.timebaseReadback);
+    HoldoverRecord record{};
+    bool moved = false;
+    device.timebase.update([&](TimebaseState& timebase) {
+        moved = std::abs(int{readback} - int{timebase.timebaseDAC}) > deadBand;
+        if (!moved) return;
+        timebase.timebaseDAC = readback;
+        timebase.coarseTune = static_cast<std::uint16_t>(readback - temperaturePartOf(device));
+        timebase.holdoverCoarseTune = timebase.coarseTune;
+        timebase.holdoverTime = static_cast<std::uint64_t>(device.clock->utcSeconds());
+        record = {timebase.holdoverTime, timebase.holdoverCoarseTune};
+    });
+    if (moved) writeHoldoverRecord(device.link->calFolder(), status.serialNumber, record);
+}
+
+}  // namespace hxr
