@@ -261,6 +261,138 @@ HXR_API HXRStatus hxrSetFanSetPoint(int handle, float degrees);
 /** Gives the fan's set point in degrees Celsius. @return hxrInvalidDeviceErr, hxrNullPointerErr */
 HXR_API HXRStatus hxrGetFanSetPoint(int handle, float* degrees);
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Acquisition
+ *
+ * Settings reach the receiver at hxrInitiate, all at once. Both entries act on a master with all its slaves, and must
+ * not overlap any other entry with the same handle.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Applies all settings: routes the channels of every unit, aligns the units with each other, brings corrections and
+ * timebase to the present temperature, and starts what is enabled. From then on settings that would disturb it are
+ * refused. A group that is initiated is aborted first, its synthesizers switched off.
+ *
+ * A link that is lost on the way is not reported here: the next entry that reports the link does.
+ *
+ * @return hxrNoError, also with nothing enabled; hxrInvalidDeviceErr; hxrInvalidConfigurationErr for a sweep without
+ *         its channel; hxrMemoryAllocationErr, with the group idle
+ */
+HXR_API HXRStatus hxrInitiate(int handle);
+
+/**
+ * Ends all acquisition and returns the group to idle. Unless hxrAdminSetDisableLOOnAbort says otherwise the
+ * synthesizers are switched off. A sweep that was started and not finished ends without its result.
+ *
+ * @return hxrNoError, at once and without any traffic on an idle group; hxrInvalidDeviceErr; hxrConnectionLostErr if
+ *         the master's link is lost, with the group idle all the same
+ */
+HXR_API HXRStatus hxrAbort(int handle);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Swept spectra
+ *
+ * hxrInitiate with a focus channel makes a plan; each sweep then takes one trace with it. The unit that sweeps is busy
+ * from hxrSweepStart to hxrSweepFinish: health and GPS are then told from its last status. hxrSweepFinish may be called
+ * by another thread than hxrSweepStart.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Tells what the plan has made of the settings: point i of a trace stands for startFreq + i binSize.
+ *
+ * @param actualRBW, actualVBW, startFreq, binSize  in Hz; each may be null
+ * @param sweepSize                                 points of a trace; may be null
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr if no sweep is configured
+ */
+HXR_API HXRStatus hxrSweepGetParameters(int handle, double* actualRBW, double* actualVBW, double* startFreq,
+                                        double* binSize, int* sweepSize);
+
+/**
+ * Starts a sweep and returns at once. It must be finished, whatever comes of it.
+ *
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr if no sweep is configured; hxrSweepAlreadyStartedErr;
+ *         hxrMemoryAllocationErr, with nothing started
+ */
+HXR_API HXRStatus hxrSweepStart(int handle);
+
+/**
+ * Waits for the end of a started sweep and gives its trace, in the units of hxrSetSweepScale.
+ *
+ * @param sweep  room for as many values as hxrSweepGetParameters tells; may be null
+ * @return hxrInvalidDeviceErr; hxrSweepNotStartedErr; hxrConnectionLostErr, with a trace that means nothing;
+ *         hxrDataSyncErr, hxrADCAlignmentErr and, as warnings, hxrADCOverflow and hxrTempDriftWarning, each with the
+ *         trace as it was taken
+ */
+HXR_API HXRStatus hxrSweepFinish(int handle, float* sweep);
+
+/** Takes a whole sweep: hxrSweepStart, then hxrSweepFinish. */
+HXR_API HXRStatus hxrGetSweep(int handle, float* sweep);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * GPS and timebase
+ *
+ * All entries act on the handle's own unit. A unit's timebase is set by a DAC from the factory's temperature table and
+ * a coarse tune. With hxrSetGPSTimebaseUpdate on and a good fix the unit disciplines the DAC itself; where it goes is
+ * remembered on this host, so that the next connect starts close to it, with GPS or without.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Chooses the timebase's reference: 0 internal, 1 external.
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrInvalidConfigurationErr if the unit is initiated;
+ *         hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrSetReference(int handle, unsigned ref);
+
+/** Gives the reference in use. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrGetReference(int handle, unsigned* ref);
+
+/** Lets the unit discipline its timebase to GPS (1) or not (0, as after connect). @return as hxrSetReference */
+HXR_API HXRStatus hxrSetGPSTimebaseUpdate(int handle, unsigned on);
+
+/** Gives 1 if the unit may discipline its timebase to GPS, else 0. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrGetGPSTimebaseUpdate(int handle, unsigned* on);
+
+/**
+ * Tells whether the timebase started from a value that GPS has found, and when that was.
+ *
+ * @param usingHoldover  1 if this host's record is newer than the factory's last adjustment, else 0; may be null
+ * @param lastTime       time of the record in seconds since 1970 UTC, 0 if there was none at connect; may be null
+ * @return hxrInvalidDeviceErr
+ */
+HXR_API HXRStatus hxrGetGPSHoldoverInfo(int handle, int* usingHoldover, uint64_t* lastTime);
+
+/**
+ * Gives the state of GPS, from a new status unless a sweep is under way: 0 no usable fix, 1 a good fix, 2 a good fix
+ * with the unit disciplining its timebase. A good fix knows the time to 250 ns and better.
+ *
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrConnectionLostErr, with the last known state written
+ */
+HXR_API HXRStatus hxrGetGPSState(int handle, int* state);
+
+/**
+ * Gives time and place of the last fix, whatever its quality; each output may be null.
+ *
+ * @param refresh              1: from a new status, unless a sweep is under way; else from the last one
+ * @param updated              1 if the status is another one than at the last call, for whichever unit that was
+ * @param seconds              since 1970 UTC, of the second that begins next
+ * @param latitude, longitude  degrees
+ * @param altitude             metres
+ * @return hxrInvalidDeviceErr; hxrConnectionLostErr, with the last known values written
+ */
+HXR_API HXRStatus hxrGetGPSInfo(int handle, int refresh, int* updated, uint64_t* seconds, double* latitude,
+                                double* longitude, double* altitude);
+
+/**
+ * Sets one configuration value of the unit's GPS receiver, until it loses power. It is not answered: what the receiver
+ * makes of it shows in later fixes.
+ *
+ * @param key    as the receiver's interface description lists it
+ * @param size   width of the value in bytes, at most 8; below 1 no value goes out
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrInvalidConfigurationErr if the unit is initiated;
+ *         hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrWriteMessageToGPS(int handle, uint32_t key, uint64_t value, int size);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
@@ -273,6 +405,45 @@ HXR_API HXRStatus hxrGetFanSetPoint(int handle, float* degrees);
  * @return hxrInvalidDeviceErr, hxrNullPointerErr
  */
 HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: service of synthesizers and timebase
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Gives the lock flags of the synthesizers from a new status, one for each channel of the handle's unit.
+ *
+ * @param first, second  room for 4 values of 0 or 1; each may be null
+ * @return hxrInvalidDeviceErr; hxrConnectionLostErr, with the last known flags written
+ */
+HXR_API HXRStatus hxrAdminGetLOLockFlags(int handle, int* first, int* second);
+
+/** Gives the timebase value without the part that follows temperature. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrAdminGetCoarseTuneVal(int handle, uint16_t* value);
+
+/**
+ * Sets that value and sends it with the part for the present temperature.
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr if the unit is initiated; hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrAdminSetCoarseTuneVal(int handle, uint16_t value);
+
+/**
+ * Switches all synthesizers of the handle's unit off and loads the shared one, or the channels' high ones, or both.
+ * @return hxrInvalidDeviceErr, hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh);
+
+/** Loads the high synthesizers of the handle's unit and switches them off. @return hxrInvalidDeviceErr, hxrConnectionLostErr */
+HXR_API HXRStatus hxrAdminReInitChans(int handle);
+
+/**
+ * Makes every plan from now on, of any unit, use one preselector band, 0 to 19, whatever the frequency. The number is
+ * not checked.
+ */
+HXR_API HXRStatus hxrAdminSetPreselectorFilter(int band);
+
+/** Lets the frequency decide on the preselector band again, as at load. */
+HXR_API HXRStatus hxrAdminSetAutoPreselectorFilter(void);
 
 /* ------------------------------------------------------------------------------------------------------------------
  * C++ entries: calibration images

@@ -1,6 +1,8 @@
 /// What all exported entries share: the handle check, and the wall that no exception passes.
 #pragma once
 
+#include <type_traits>
+
 #include "api/device_table.h"
 #include "hxr_api.h"
 
@@ -23,6 +25,12 @@ HXRStatus deviceEntry(int handle, Body&& body) noexcept {
         HXRDevice* const device = deviceTable().find(handle);
         return device == nullptr ? hxrInvalidDeviceErr : body(*device);
     });
+}
+
+/// Gives a value to a caller who may not want it.
+template <typename Value>
+void give(Value* out, std::type_identity_t<Value> value) {
+    if (out != nullptr) *out = value;
 }
 
 /// An entry that reads one value of a unit into the caller's variable.

@@ -166,7 +166,7 @@ TEST(NewDevice, HasItsDefaults) {
     EXPECT_EQ(device.focusChannel, -1);
     EXPECT_EQ(device.streamPort, 4991);
     EXPECT_EQ(device.vrtDestAddress[15], "192.168.2.2");
-    EXPECT_EQ(device.coarseTune, 0x8000);
+    EXPECT_EQ(device.timebase.copy().coarseTune, 0x8000);
     ASSERT_EQ(device.vsgPattern.size(), 16U);
     EXPECT_NEAR(device.vsgPattern[4].imag(), -1.0F, 1e-6F);  // three turns in sixteen samples
     EXPECT_NEAR(device.vsgPattern[4].real(), 0.0F, 1e-6F);
