@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 
 #include "hxr_api.h"
+#include "unit.h"
 
 namespace {
 
@@ -27,26 +27,14 @@ constexpr HealthValue healthValues[] = {
     {"reading B", ""},
 };
 
-int fail(const char* what, HXRStatus status) {
-    std::fprintf(stderr, "%s: %s\n", what, hxrGetErrorString(status));
-    return 1;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    char* end = nullptr;
-    const long port = argc == 4 ? std::strtol(argv[3], &end, 10) : 0;
-    if (port < 1 || port > 65535 || *end != 0) {
-        std::fprintf(stderr, "usage: %s HOST_ADDRESS UNIT_ADDRESS PORT\n", argv[0]);
-        return 2;
-    }
-    int handle = -1;
     const auto begin = std::chrono::steady_clock::now();
-    const HXRStatus connected = hxrConnectDevice(&handle, argv[1], argv[2], static_cast<std::uint16_t>(port));
-    if (connected < 0) return fail("connect", connected);
+    const Unit unit(argc, argv);
+    const int handle = unit.handle;
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-    std::printf("connected in     %8.1f ms: %s\n", took.count(), hxrGetErrorString(connected));
+    std::printf("connected in     %8.1f ms: %s\n", took.count(), hxrGetErrorString(unit.status));
 
     int serial = 0, versionA = 0, versionAAgain = 0, versionB = 0, channels = 0;
     std::uint32_t calDate = 0;
@@ -63,6 +51,5 @@ int main(int argc, char** argv) {
         std::printf("%-16s %8.3f %s\n", healthValues[i].name, static_cast<double>(health[i]),
                     healthValues[i].unit);
     }
-    hxrCloseDevice(handle);
     return read < 0 ? fail("health", read) : 0;
 }
