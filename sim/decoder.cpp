@@ -36,7 +36,6 @@ struct Form {
 
 constexpr std::uint32_t fields24 = 0xFFFFFF;
 constexpr std::uint32_t fields16 = 0xFFFF;
-constexpr std::uint32_t fields12 = 0xFFF;
 
 // clang-format off
 const Form forms[] = {
@@ -68,7 +67,7 @@ const Form forms[] = {
     {0x4C, 0,        0,          [](std::uint32_t) -> Action { return ApplyChips{}; }},
     {0x4D, fields24, 0,          chipWrite},  // offset chip
     {0x51, fields24, 0,          [](std::uint32_t w) -> Action { return ExpanderWrite{byteAt(w, 16), byteAt(w, 8), byteAt(w, 0)}; }},
-    {0x52, fields12, 0,          [](std::uint32_t w) -> Action { return BandSwitch{lowHalf(w)}; }},
+    {0x52, 0xF0F,    0,          [](std::uint32_t w) -> Action { return BandSwitch{static_cast<std::uint8_t>(w >> 8 & 15), static_cast<std::uint8_t>(w & 15)}; }},
 };
 // clang-format on
 

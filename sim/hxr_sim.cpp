@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,6 +41,7 @@ struct Arguments {
     bool blank = false;
     bool badChecksum = false;
     bool noFix = false;
+    std::optional<std::uint16_t> trueDac;
     bool clockFault = false;
     bool honourPauses = false;
     std::vector<std::string> faults;
@@ -91,6 +93,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                    "write the first unit's image to a file and end");
 
     app.add_flag("--no-fix", arguments.noFix, "GPS without a fix");
+    app.add_option("--true-dac", arguments.trueDac,
+                   "timebase value to which a unit disciplined by GPS steers");
     app.add_flag("--clock-fault", arguments.clockFault, "converter clocks that are not aligned");
     app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
     app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
@@ -148,6 +152,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
         options.honourPauses = arguments.honourPauses;
         options.recordedPackets = 0;
         if (arguments.clockFault) options.health.clockStatus = 0;
+        options.oscillator.trueDac = arguments.trueDac;
         if (arguments.noFix) options.fix = hxr::sim::GpsFix::none();
         units.push_back(std::make_unique<SimulatedUnit>(std::move(options)));
         for (const std::string& fault : arguments.faults) addFaultFromText(units.back()->faults(), fault);

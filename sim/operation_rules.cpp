@@ -121,6 +121,11 @@ struct FieldRules {
         return {};
     }
 
+    Breach operator()(const BandSwitch& bands) const {
+        if ((bands.value & ~bands.mask) != 0) return "input switch word with bits outside its mask";
+        return {};
+    }
+
     template <typename Other>
     Breach operator()(const Other&) const {
         return {};

@@ -111,9 +111,10 @@ struct ExpanderWrite {
     std::uint8_t value;
 };
 
-/// Input switches of the lower bands.
+/// Input switches of the lower bands, one bit a channel: those in `mask` take the values in `value`.
 struct BandSwitch {
-    std::uint16_t bits;
+    std::uint8_t mask;
+    std::uint8_t value;
 };
 
 /// A transfer to a chip of one RF channel, or of one of the two converter pairs.

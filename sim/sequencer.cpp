@@ -4,10 +4,13 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "sim/decoder.h"
 #include "sim/operation_rules.h"
+#include "sim/stream_destination.h"
 
 namespace hxr::sim {
 namespace {
@@ -16,6 +19,10 @@ namespace {
 constexpr std::uint16_t flashRoute = 1 << 8;
 /// Register behind which the GPS chip listens: what is written there goes out to the chip.
 constexpr std::uint16_t gpsPort = 32;
+/// Timebase mode in which the unit steers its DAC by GPS.
+constexpr std::uint8_t gpsMode = 8;
+/// Chip that leads the generator to its output; its words have an address byte and 16 bits.
+constexpr std::uint8_t generatorChip = 0x47;
 
 std::string place(const Operation& operation) { return "at word " + std::to_string(operation.position); }
 
@@ -25,7 +32,8 @@ std::string place(const Operation& operation) { return "at word " + std::to_stri
 struct Sequencer::Execution {
     UnitState& state;
     SequencerOutputs& outputs;
-    const char* broken = nullptr;
+    const std::uint32_t address;
+    std::vector<std::string> broken{};
     std::function<void()> afterwards{};
 
     void operator()(const SyncStrobe& strobe) {
@@ -37,10 +45,24 @@ struct Sequencer::Execution {
         if (block.address == gpsPort) {
             state.gpsMessages.push_back(block.values);
             if (state.gpsMessages.size() > UnitState::gpsMessageLimit) state.gpsMessages.pop_front();
+            for (std::string& line : state.gps.take(block.values)) broken.push_back(std::move(line));
             return;
         }
-        std::uint16_t address = block.address;
-        for (const std::uint32_t value : block.values) state.registers.write(address++, value);
+        std::uint16_t next = block.address;
+        for (const std::uint32_t value : block.values) state.registers.write(next++, value);
+        checkDestinations(block);
+    }
+
+    void checkDestinations(const RegisterBlock& block) {
+        const std::size_t end = std::size_t{block.address} + block.values.size();
+        for (std::size_t slot = 0; slot < StreamDestination::slots; ++slot) {
+            const std::size_t first =
+                StreamDestination::firstRegister + slot * StreamDestination::registersEach;
+            if (block.address >= first + StreamDestination::registersEach || end <= first) continue;
+            const auto destination = streamDestination(state.registers, slot);
+            if (destination && !destination->checksumsFit(address))
+                broken.push_back("stream destination " + std::to_string(slot) + " with a wrong checksum");
+        }
     }
 
     void operator()(const Pause& pause) {
@@ -74,10 +96,10 @@ struct Sequencer::Execution {
             return;
         }
         if (!state.selectedPage) {
-            broken = "flash read without a page selected";
+            note("flash read without a page selected");
             return;
         }
-        if (capture.datagrams != 1) broken = "flash read of other than one page";
+        if (capture.datagrams != 1) note("flash read of other than one page");
         afterwards = [this, page = *state.selectedPage] { outputs.sendPage(page); };
     }
 
@@ -85,12 +107,12 @@ struct Sequencer::Execution {
     void operator()(const LatchReadByte&) {}
 
     void operator()(const SelectPage& select) {
-        if (!state.flashReadMode) broken = "flash page selected outside flash read mode";
+        if (!state.flashReadMode) note("flash page selected outside flash read mode");
         state.selectedPage = select.page;
     }
 
     void operator()(const FlashReadMode& mode) {
-        if (state.route != flashRoute) broken = "flash read mode switched without its route";
+        if (state.route != flashRoute) note("flash read mode switched without its route");
         state.flashReadMode = mode.on;
         state.selectedPage.reset();
     }
@@ -99,23 +121,44 @@ struct Sequencer::Execution {
 
     void operator()(const SampleRequest& request) {
         if (!state.streaming) {
-            broken = "samples requested with no stream running";
+            note("samples requested with no stream running");
             return;
         }
         afterwards = [this, count = request.datagrams] { outputs.sendSamples(count); };
     }
 
-    void operator()(const ChipWrite& write) { state.chips.write(write); }
-    void operator()(const ApplyChips&) { ++state.chipRunsApplied; }
+    void operator()(const ChipWrite& write) {
+        state.chips.write(write);
+        note(state.synthesizers.write(write));
+        if (write.chip == generatorChip)
+            state.generatorOutput = static_cast<std::uint16_t>((write.address & 255) << 8 | write.value);
+    }
+
+    void operator()(const ApplyChips&) {
+        ++state.chipRunsApplied;
+        note(state.synthesizers.apply());
+    }
 
     void operator()(const ExpanderWrite& write) {
         std::uint8_t& value = state.expander[write.index % state.expander.size()];
         value = static_cast<std::uint8_t>((value & ~write.mask) | (write.value & write.mask));
     }
 
-    void operator()(const BandSwitch& bands) { state.bandSwitch = bands.bits; }
-    void operator()(const ChannelWrite& write) { state.chips.write(write); }
+    void operator()(const BandSwitch& bands) {
+        state.lowBandInputs =
+            static_cast<std::uint8_t>((state.lowBandInputs & ~bands.mask) | (bands.value & bands.mask));
+    }
+
+    void operator()(const ChannelWrite& write) {
+        state.chips.write(write);
+        note(state.synthesizers.write(write));
+    }
+
     void operator()(const UnknownWord&) {}
+
+    void note(const char* wrong) {
+        if (wrong != nullptr) broken.emplace_back(wrong);
+    }
 };
 
 void Sequencer::run(const Operation& operation) {
@@ -127,14 +170,13 @@ void Sequencer::run(const Operation& operation) {
         rules_.noteBrokenRule(*breach + " (" + hexText(operation.word) + " " + place(operation) + ")");
     }
 
-    Execution execution{state_, outputs_};
+    Execution execution{state_, outputs_, address_};
     {
         const std::lock_guard lock(mutex_);
         std::visit(std::ref(execution), operation.action);
     }
-    if (execution.broken != nullptr) {
-        rules_.noteBrokenRule(std::string(execution.broken) + " (" + hexText(operation.word) + " " +
-                              place(operation) + ")");
+    for (const std::string& line : execution.broken) {
+        rules_.noteBrokenRule(line + " (" + hexText(operation.word) + " " + place(operation) + ")");
     }
     if (execution.afterwards) execution.afterwards();
 }
@@ -156,9 +198,17 @@ UnitState Sequencer::state() const {
     return state_;
 }
 
-Timebase Sequencer::timebase() const {
+ChannelTuning Sequencer::tuning(std::size_t channel, std::optional<double> groupHz) const {
     const std::lock_guard lock(mutex_);
-    return {state_.timebaseMode, state_.timebaseDac};
+    return channelTuning(state_, channel, groupHz);
+}
+
+UnitReport Sequencer::report(bool goodFix, const Oscillator& oscillator, std::chrono::sys_seconds now) {
+    const std::lock_guard lock(mutex_);
+    const bool disciplines = state_.timebaseMode == gpsMode && goodFix;
+    if (disciplines) state_.timebaseDac = oscillator.steered(state_.timebaseDac);
+    const LockFlags locks = lockFlags(state_);
+    return {state_.timebaseDac, disciplines, locks.first, locks.second, state_.gps.solutionTime(now)};
 }
 
 }  // namespace hxr::sim

@@ -1,11 +1,16 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <span>
 
 #include "sim/operations.h"
 #include "sim/rule_book.h"
+#include "sim/status_record.h"
+#include "sim/tuning.h"
 #include "sim/unit_state.h"
 
 namespace hxr::sim {
@@ -24,13 +29,20 @@ class SequencerOutputs {
 /// on one thread; the state may be copied from any.
 class Sequencer {
   public:
-    Sequencer(RuleBook& rules, SequencerOutputs& outputs) : rules_(rules), outputs_(outputs) {}
+    /// @param address  the unit's IPv4 address, which its sample packets bear
+    Sequencer(RuleBook& rules, SequencerOutputs& outputs, std::uint32_t address)
+        : rules_(rules), outputs_(outputs), address_(address) {}
 
     void runControlPacket(std::span<const std::uint32_t> words);
     void runDataPacket(std::span<const std::uint32_t> words);
 
     UnitState state() const;
-    Timebase timebase() const;
+    /// How the channel is tuned at the moment, without a copy of the whole state.
+    ChannelTuning tuning(std::size_t channel, std::optional<double> groupHz) const;
+
+    /// Lets the GPS chip and the timebase go on until now, and gives what they and the synthesizers have to
+    /// report.
+    UnitReport report(bool goodFix, const Oscillator& oscillator, std::chrono::sys_seconds now);
 
   private:
     struct Execution;
@@ -39,6 +51,7 @@ class Sequencer {
 
     RuleBook& rules_;
     SequencerOutputs& outputs_;
+    const std::uint32_t address_;
     mutable std::mutex mutex_;
     UnitState state_;
 };

@@ -19,8 +19,6 @@ namespace {
 
 using WallClock = std::chrono::system_clock;
 
-/// Timebase mode in which the unit steers its DAC by GPS.
-constexpr std::uint8_t gpsMode = 8;
 constexpr std::chrono::nanoseconds pauseTick{1016};
 constexpr std::size_t packetBytes = packetWords * 4;
 
@@ -55,7 +53,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         : options(checked(std::move(given))),
           recording(options.recordedPackets),
           flash(imageFor(options)),
-          sequencer(rules, *this),
+          sequencer(rules, *this, Endpoint::of(options.address, 0).address),
           replies(faults, rules, options.paced),
           server(Endpoint::of(options.address, options.controlPort),
                  Endpoint::of(options.address, options.dataPort),
@@ -64,7 +62,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     ~Core() override { server.stop(); }
 
     UnitOptions options;
-    /// Guards identity, health and fix in the options.
+    /// Guards identity, health, fix and oscillator in the options.
     mutable std::mutex reported;
     RuleBook rules;
     FaultPlan faults;
@@ -105,11 +103,10 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     void onStop() override { replies.reset(); }
 
     void sendStatus() override {
-        const Timebase set = sequencer.timebase();
-        const TimebaseReport timebase{set.dac, set.mode == gpsMode};
         const auto now = std::chrono::floor<std::chrono::seconds>(WallClock::now());
         std::unique_lock lock(reported);
-        const auto record = composeStatusRecord(options.identity, options.health, options.fix, timebase, now);
+        const UnitReport report = sequencer.report(options.fix.good(), options.oscillator, now);
+        const auto record = composeStatusRecord(options.identity, options.health, options.fix, report);
         lock.unlock();
         recording.noteReply(ReplyKind::status, 0);
         send(ReplyKind::status, std::nullopt, {record.begin(), record.end()});
@@ -195,6 +192,16 @@ void SimulatedUnit::setFix(const GpsFix& fix) {
     core_->options.fix = fix;
 }
 
+Oscillator SimulatedUnit::oscillator() const {
+    const std::lock_guard lock(core_->reported);
+    return core_->options.oscillator;
+}
+
+void SimulatedUnit::setOscillator(const Oscillator& oscillator) {
+    const std::lock_guard lock(core_->reported);
+    core_->options.oscillator = oscillator;
+}
+
 void SimulatedUnit::loadImage(std::vector<std::uint8_t> image) { core_->flash.load(std::move(image)); }
 
 std::vector<std::uint8_t> SimulatedUnit::image() const { return core_->flash.image(); }
@@ -206,6 +213,10 @@ const Recording& SimulatedUnit::recording() const { return core_->recording; }
 void SimulatedUnit::clearRecording() { core_->recording.clear(); }
 
 UnitState SimulatedUnit::state() const { return core_->sequencer.state(); }
+
+ChannelTuning SimulatedUnit::tuning(std::size_t channel, std::optional<double> groupHz) const {
+    return core_->sequencer.tuning(channel, groupHz);
+}
 
 std::size_t SimulatedUnit::unknownWords() const { return core_->rules.unknownWords(); }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "sim/recording.h"
 #include "sim/status_record.h"
 #include "sim/synthetic_image.h"
+#include "sim/tuning.h"
 #include "sim/unit_state.h"
 
 namespace hxr::sim {
@@ -26,6 +28,7 @@ struct UnitOptions {
     Identity identity{};
     Health health{};
     GpsFix fix{};
+    Oscillator oscillator{};
 
     /// Calibration image of exactly `imageBytes`; empty: a synthetic one for the unit's serial number.
     std::vector<std::uint8_t> image{};
@@ -71,6 +74,8 @@ class SimulatedUnit {
     void changeHealth(const std::function<void(Health&)>& change);
     GpsFix fix() const;
     void setFix(const GpsFix& fix);
+    Oscillator oscillator() const;
+    void setOscillator(const Oscillator& oscillator);
 
     // The flash.
     /// @throws std::invalid_argument unless the image has exactly `imageBytes`
@@ -83,6 +88,12 @@ class SimulatedUnit {
 
     /// A copy of the registers, chips and modes as the words run so far have left them.
     UnitState state() const;
+    /// How a channel is tuned, as far as the chips' registers tell.
+    ///
+    /// @param channel  0 to 3
+    /// @param groupHz  the shared LO of the group's master (its `sharedLoHz(state())`), for a unit that takes
+    ///                 it from there
+    ChannelTuning tuning(std::size_t channel, std::optional<double> groupHz = std::nullopt) const;
 
     /// Words of no known form, on either socket.
     std::size_t unknownWords() const;

@@ -20,9 +20,9 @@ std::uint32_t scaled(double value, double unitsPerOne) {
 }
 
 /// The payload of UBX-NAV-PVT, 92 bytes.
-void putFix(Bytes payload, const GpsFix& fix, std::chrono::sys_seconds now) {
+void putFix(Bytes payload, const GpsFix& fix, std::chrono::sys_seconds solutionTime) {
     if (fix.absent) return;
-    const auto time = fix.clock == GpsFix::Clock::fixed ? fix.time : now;
+    const auto time = fix.clock == GpsFix::Clock::fixed ? fix.time : solutionTime;
     const auto day = std::chrono::floor<std::chrono::days>(time);
     const std::chrono::year_month_day date(day);
     const std::chrono::hh_mm_ss clock(time - day);
@@ -62,9 +62,12 @@ void putFix(Bytes payload, const GpsFix& fix, std::chrono::sys_seconds now) {
     putLittle(payload, 76, 2, 145);
 }
 
-std::uint32_t statusFlags(const Health& health, bool disciplined) {
-    return (health.firstLockFlags & 15u) | (health.secondLockFlags & 15u) << 4 |
-           (disciplined ? 1u << 9 : 0u) | (health.adcOverflow & 15u) << 12;
+std::uint32_t statusFlags(const Health& health, const UnitReport& report) {
+    const unsigned first = health.firstLockFlags.value_or(report.firstLockFlags);
+    const unsigned second = health.secondLockFlags.value_or(report.secondLockFlags);
+    const bool disciplined = health.disciplined.value_or(report.disciplines);
+    return (first & 15u) | (second & 15u) << 4 | (disciplined ? 1u << 9 : 0u) |
+           (health.adcOverflow & 15u) << 12;
 }
 
 }  // namespace
@@ -73,6 +76,11 @@ GpsFix GpsFix::none() {
     GpsFix fix;
     fix.absent = true;
     return fix;
+}
+
+std::uint16_t Oscillator::steered(std::uint16_t dac) const {
+    const int distance = trueDac.value_or(dac) - dac;
+    return static_cast<std::uint16_t>(dac + std::clamp<int>(distance, -stepPerRecord, stepPerRecord));
 }
 
 std::uint16_t temperatureCode(double degrees) {
@@ -85,15 +93,14 @@ std::uint16_t temperatureCode(double degrees) {
 
 std::array<std::uint8_t, statusRecordBytes> composeStatusRecord(const Identity& identity,
                                                                 const Health& health, const GpsFix& fix,
-                                                                const TimebaseReport& timebase,
-                                                                std::chrono::sys_seconds now) {
+                                                                const UnitReport& report) {
     constexpr std::uint32_t magic = 0x52000050;
     std::array<std::uint8_t, statusRecordBytes> record{};
     const Bytes bytes(record);
 
     putLittle(bytes, 0, 4, magic);
     putBig(bytes, 12, 4, identity.serialNumber);
-    putFix(bytes.subspan(28, 92), fix, now);
+    putFix(bytes.subspan(28, 92), fix, report.solutionTime);
 
     putLittle(bytes, 272, 2, nearestCode(health.supplyVolts, 11.0 / 1000.0));
     putLittle(bytes, 274, 2, nearestCode(health.railX5Volts, 5.0 / 1000.0));
@@ -103,7 +110,7 @@ std::array<std::uint8_t, statusRecordBytes> composeStatusRecord(const Identity& 
     putLittle(bytes, 282, 2, identity.versionB);
     putLittle(bytes, 284, 2, temperatureCode(health.temperatureA));
     putLittle(bytes, 286, 2, temperatureCode(health.temperatureB));
-    putLittle(bytes, 288, 2, health.timebaseReadback.value_or(timebase.dac));
+    putLittle(bytes, 288, 2, health.timebaseReadback.value_or(report.timebaseDac));
     putLittle(bytes, 290, 2, health.clockStatus);
     putLittle(bytes, 294, 2, temperatureCode(health.temperatureC));
     putLittle(bytes, 296, 2, nearestCode(health.readingB, 1.0 / 10000.0));
@@ -111,8 +118,7 @@ std::array<std::uint8_t, statusRecordBytes> composeStatusRecord(const Identity& 
     putLittle(bytes, 300, 2, nearestCode(health.readingQ8, 1.0 / 256.0));
     putLittle(bytes, 302, 2, nearestCode(health.fpgaTemperature + 265.0, 0.6767578125));
 
-    const bool disciplined = health.disciplined.value_or(timebase.followsGps && fix.good());
-    putLittle(bytes, 308, 4, statusFlags(health, disciplined));
+    putLittle(bytes, 308, 4, statusFlags(health, report));
     // The unit keeps the address in a 32-bit and a 16-bit register; the half word between them belongs to
     // neither.
     putLittle(bytes, 312, 2, identity.peerHardwareAddress >> 32);

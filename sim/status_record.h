@@ -36,13 +36,14 @@ struct Health {
     double readingQ8 = 17.25;
 
     std::uint16_t clockStatus = clocksAligned;
-    std::uint8_t firstLockFlags = 0xF;  ///< one bit a channel
-    std::uint8_t secondLockFlags = 0xF;
+    /// LO lock flags, one bit a channel; unset: as the synthesizers stand.
+    std::optional<std::uint8_t> firstLockFlags;
+    std::optional<std::uint8_t> secondLockFlags;
     std::uint8_t adcOverflow = 0;  ///< one bit an input
 
     /// Whether the unit says that it disciplines its timebase; unset: timebase mode 8 and a good fix.
     std::optional<bool> disciplined;
-    /// Reported timebase value; unset: what the last timebase word set.
+    /// Reported timebase value; unset: where the DAC stands.
     std::optional<std::uint16_t> timebaseReadback;
     /// Raw 16-bit values by record offset, written last, over whatever stands there.
     std::map<std::size_t, std::uint16_t> rawFields;
@@ -72,18 +73,30 @@ struct GpsFix {
     bool good() const { return !absent && (validity & 7) == 7 && satellites > 0 && timeAccuracyNs < 250; }
 };
 
-/// The fields of the record that follow from the commands which the unit has run.
-struct TimebaseReport {
-    std::uint16_t dac = 0;
-    bool followsGps = false;
+/// The crystal behind the timebase, as the DAC trims it.
+struct Oscillator {
+    /// DAC value that makes the timebase right; unset: it is right wherever the DAC stands.
+    std::optional<std::uint16_t> trueDac;
+    /// By how much the unit steers the DAC towards it at most, from one status record to the next.
+    std::uint16_t stepPerRecord = 65535;
+
+    /// Where the DAC goes from `dac` in one step.
+    std::uint16_t steered(std::uint16_t dac) const;
 };
 
-/// Composes the status datagram.
-///
-/// @param now  UTC for a fix whose clock follows the host
+/// The fields of the record that follow from the commands which the unit has run.
+struct UnitReport {
+    std::uint16_t timebaseDac = 0;
+    bool disciplines = false;
+    std::uint8_t firstLockFlags = 0;
+    std::uint8_t secondLockFlags = 0;
+    /// UTC for a fix whose clock follows the host.
+    std::chrono::sys_seconds solutionTime{};
+};
+
+/// Composes the status datagram. What `Health` forces stands before what the unit has to report.
 std::array<std::uint8_t, statusRecordBytes> composeStatusRecord(const Identity&, const Health&, const GpsFix&,
-                                                                const TimebaseReport&,
-                                                                std::chrono::sys_seconds now);
+                                                                const UnitReport&);
 
 /// The record's 13-bit sign and magnitude code of a temperature, saturating at -256 and 255.75 degrees.
 std::uint16_t temperatureCode(double degrees);

@@ -8,7 +8,9 @@
 #include <optional>
 #include <vector>
 
+#include "sim/gps_chip.h"
 #include "sim/operations.h"
+#include "sim/synthesizers.h"
 
 namespace hxr::sim {
 
@@ -51,16 +53,19 @@ class ChipShadow {
 struct UnitState {
     RegisterFile registers;
     ChipShadow chips;
-    std::array<std::uint8_t, 8> expander{};
+    Synthesizers synthesizers;
+    Expander expander{};
+    std::uint16_t generatorOutput = 0;  ///< word of the generator's output chip
+    GpsChip gps;
     /// Register blocks that went out to the GPS chip, the latest `gpsMessageLimit`.
     std::deque<std::vector<std::uint32_t>> gpsMessages;
 
-    std::uint16_t timebaseDac = 0x8000;
+    std::uint16_t timebaseDac = 0x8000;  ///< where it stands, be it told or steered
     std::uint8_t timebaseMode = 0;
     std::optional<FanSetting> fan;
     std::uint16_t route = 0;
     std::uint32_t inputSelect = 0;
-    std::uint16_t bandSwitch = 0;
+    std::uint8_t lowBandInputs = 0;  ///< one bit a channel: its input leads to the lower bands
     std::uint16_t chainDelay = 0;
     ContextSetup context{};
     std::uint16_t patternLastAddress = 0;

@@ -2,30 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
-#include <string>
 #include <vector>
+
+#include "sequencer_fixture.h"
+#include "sim/stream_destination.h"
+#include "synthesizer_images.h"
 
 namespace hxr::sim {
 namespace {
 
-class WrittenDown : public SequencerOutputs {
-  public:
-    void sendStatus() override { text += "status;"; }
-    void sendPage(std::uint16_t page) override { text += "page " + std::to_string(page) + ";"; }
-    void sendSamples(std::uint32_t count) override { text += "samples " + std::to_string(count) + ";"; }
-    void pause(std::uint16_t ticks) override { text += "pause " + std::to_string(ticks) + ";"; }
-
-    std::string text;
-};
-
-struct SequencerTest : ::testing::Test {
-    RuleBook rules;
-    WrittenDown outputs;
-    Sequencer sequencer{rules, outputs};
-};
-
-using Words = std::vector<std::uint32_t>;
+using SequencerTest = test::SequencerFixture;
+using test::Words;
 
 TEST_F(SequencerTest, FindsNoFaultInSequencesOfASoundHost) {
     const Words packets[] = {
@@ -34,9 +23,18 @@ TEST_F(SequencerTest, FindsNoFaultInSequencesOfASoundHost) {
         {0x0F000100, 0x1F000001, 0x05000001, 0, 0},
         {0x1E000080, 0x12000001},
         {0x0F000100, 0x1F000000, 0x05000001, 0, 0},
-        {0x5103FFD0, 0x5104FF07, 0x4C000000, 0x05004000, 0, 0, 0x4B189000, 0x0B0C9000},
-        {0x84000000, 0x81000803, 0xC4000000, 0xB300C1E0, 0xF1000000, 0x0100000F},
-        {0x04040320, 0xC0A80202, 0x137F0001, 0x5E000001, 0x12345678, 0, 0},
+        {0x5103FFD0, 0x5104FF07, 0x5106FF72, 0x5107FF24, 0x4C000000, 0x49040C03, 0x49040BFF, 1},
+        test::sharedImage(),
+        {0x4C000000, 0x05004000, 0, 0, 0x4B189000, 0x0B0C9000},
+        {0x4A1F80A3, 0x4A1F80A2, 0x4A001901, 0x4A000008},
+        test::highImage(0x9),
+        {0x92380001, 0x90002B83, 0x41000081, 0x90002B83, 0x4C000000},
+        {0x51071010, 0x84000000, 0x81000803, 0x81000800, 0x81001600, 0xC4000000, 0xC1000803, 0x4B1F7FFF},
+        {0x810019F0, 0x81001AF0, 0x81000D08, 0x51071000, 0x81000D00, 0xC1000D00},
+        {0xB300C1E0, 0xB1000000, 0xB4000018, 0xF300C1E0, 0xF1000000, 0xF4000018, 0x0100000F},
+        {0x45002500, 0x90002B83, 0x41000081, 0x90002B83, 0xE0002B83, 0x44000081, 0xE0002B83, 0x4C000000},
+        {0x51043F27, 0x47060000, 0x51066060, 0x51070200},
+        {0x04040320, 0xC0A80202, 0x137F0001, 0x5E000001, 0x055324FB, 0, 0},
         {0x92183333, 0x93001F60, 0x91000008, 0x94001529, 0x52000100, 0x5100FF88, 1, 1, 0x4C000000, 0x05000009,
          0, 0},
         {0x04020300, 0, 0x00300000, 0, 0, 0x13000001, 0x05012710, 0, 0, 0x12000004, 0x058303E8, 0, 0,
@@ -56,8 +54,8 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
     } cases[] = {
         {"group timing", {0x01B20008}},
         {"strobe mask", {0x01000005}},
-        {"empty block", {0x04000020, 0, 0}},
-        {"cut block", {0x04050020, 1, 2}},
+        {"empty block", {0x04000030, 0, 0}},
+        {"cut block", {0x04050030, 1, 2}},
         {"filler behind one register", {0x04010005, 9, 0, 0, 0, 0x4C000000}},
         {"filler behind a block", {0x04020005, 9, 9, 0, 0x4C000000}},
         {"filler behind a pause", {0x05000001, 0, 0x4C000000}},
@@ -81,6 +79,11 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
         {"pattern length", {0x20001000}},
         {"expander register", {0x51084040}},
         {"expander mask", {0x51044060}},
+        {"input switch mask", {0x52000102}},
+        {"message to the GPS chip", {0x04020020, 21, 22, 0, 0}},
+        {"checksum of data packets", {0x0404032C, 0xC0A80202, 0x137F0001, 0, 0x055224FB, 0, 0}},
+        {"checksum of context packets", {0x0404032C, 0xC0A80202, 0x137F0001, 0, 0x055324FA, 0, 0}},
+        {"checksum for another address", {0x0404032C, 0xC0A80203, 0x137F0001, 0, 0x055324FB, 0, 0}},
     };
     for (const auto& test : cases) {
         rules.clear();
@@ -116,6 +119,38 @@ TEST_F(SequencerTest, KeepsRegistersChipsAndModes) {
     EXPECT_EQ(state.expander[4], 0x23);
     EXPECT_EQ(state.timebaseDac, 0x1234);
     EXPECT_TRUE(state.streaming);
+}
+
+TEST_F(SequencerTest, KeepsWhereEachInputsPacketsGo) {
+    EXPECT_FALSE(streamDestination(sequencer.state().registers, 1));
+    run({0x04040324, 0x0A01FFFE, 0x138002A0, 0xB1C2D3E4, 0xBDFDDDA5, 0, 0});
+    run({0x0404032C, 0, 0x13800000, 0, 0xC7FDE7A5, 0, 0});
+    const RegisterFile registers = sequencer.state().registers;
+    const auto destination = streamDestination(registers, 1);
+    ASSERT_TRUE(destination);
+    EXPECT_EQ(destination->to, Endpoint::of("10.1.255.254", 4992));
+    EXPECT_EQ(destination->hardwareAddress, 0x02A0B1C2D3E4u);
+    EXPECT_EQ(streamDestination(registers, 3)->to, Endpoint::of("0.0.0.0", 4992));
+    EXPECT_FALSE(streamDestination(registers, 2));
+    EXPECT_EQ(breaches(), "");
+}
+
+TEST_F(SequencerTest, SteersItsTimebaseByGpsOnlyInThatModeAndWithAGoodFix) {
+    const Oscillator slow{.trueDac = 0x8010, .stepPerRecord = 6};
+    const auto dacAfter = [&](const Words& words, bool goodFix, const Oscillator& oscillator) {
+        run(words);
+        const UnitReport report = sequencer.report(goodFix, oscillator, {});
+        EXPECT_EQ(sequencer.state().timebaseDac, report.timebaseDac);
+        return std::pair<int, bool>(report.timebaseDac, report.disciplines);
+    };
+    EXPECT_EQ(dacAfter({0x0B048000}, true, slow), std::pair(0x8000, false));
+    EXPECT_EQ(dacAfter({0x0B088000}, false, slow), std::pair(0x8000, false));
+    EXPECT_EQ(dacAfter({}, true, slow), std::pair(0x8006, true));
+    EXPECT_EQ(dacAfter({}, true, slow), std::pair(0x800C, true));
+    EXPECT_EQ(dacAfter({}, false, slow), std::pair(0x800C, false)) << "it holds";
+    EXPECT_EQ(dacAfter({}, true, slow), std::pair(0x8010, true));
+    EXPECT_EQ(dacAfter({}, true, {.trueDac = 0x0003}), std::pair(0x0003, true));
+    EXPECT_EQ(dacAfter({0x0B081234}, true, {}), std::pair(0x1234, true));
 }
 
 TEST_F(SequencerTest, GivesSamplesOnTheDataSocketOnlyWhileAStreamRuns) {

@@ -10,12 +10,14 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "sim/fault_text.h"
 #include "support/loopback.h"
 #include "support/peer.h"
+#include "synthesizer_images.h"
 
 namespace hxr::sim {
 namespace {
@@ -27,7 +29,7 @@ constexpr std::uint16_t controlPort = 5000;
 constexpr std::uint16_t dataPort = 4991;
 constexpr auto aMoment = 30;
 
-using Words = std::vector<std::uint32_t>;
+using test::Words;
 const Words statusRequest = {0x11000008};
 const Words flashModeOn = {0x0F000100, 0x1F000001, 0x05000001, 0, 0};
 
@@ -134,6 +136,30 @@ TEST_F(SimulatedUnitTest, FallsSilentInTheMiddleUntilRevived) {
     EXPECT_EQ(repliesToStatus(), 1u);
     send(statusRequest);
     EXPECT_FALSE(host.receive(aMoment));
+}
+
+TEST_F(SimulatedUnitTest, TellsInItsStatusHowSynthesizersAndTimebaseStand) {
+    const auto stands = [this](const Words& words) {
+        send(words);
+        const auto record = host.receive();
+        if (!record) return std::tuple(0, 0, 0);
+        const int flags = record->bytes[308] | record->bytes[309] << 8;
+        return std::tuple(record->bytes[288] | record->bytes[289] << 8, flags & 255, flags >> 9 & 1);
+    };
+    unit.setOscillator({.trueDac = 0x8123});
+    Words words = test::lowImage(0x43);
+    words.push_back(0x0B088000);
+    words.push_back(statusRequest[0]);
+    EXPECT_EQ(stands(words), std::tuple(0x8123, 0b0100, 1));
+    unit.setFix(GpsFix::none());
+    EXPECT_EQ(stands({0x0B088000, 0x43000081, statusRequest[0]}), std::tuple(0x8000, 0, 0));
+    unit.changeHealth([](Health& health) {
+        health.firstLockFlags = 3;
+        health.secondLockFlags = 8;
+        health.timebaseReadback = 0x7777;
+        health.disciplined = true;
+    });
+    EXPECT_EQ(stands(statusRequest), std::tuple(0x7777, 0x83, 1));
 }
 
 TEST(FaultText, RefusesWhatItDoesNotKnow) {
