@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "sequencer_fixture.h"
+#include "support/sequencer_fixture.h"
 #include "sim/stream_destination.h"
 #include "synthesizer_images.h"
 

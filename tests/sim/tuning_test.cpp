@@ -5,7 +5,7 @@
 #include <array>
 #include <optional>
 
-#include "sequencer_fixture.h"
+#include "support/sequencer_fixture.h"
 #include "synthesizer_images.h"
 
 namespace hxr::sim {
