@@ -403,6 +403,41 @@ HXR_API HXRStatus hxrSetStreamBandwidth(int handle, double hz);
 HXR_API HXRStatus hxrSetStreamTriggerEdge(int handle, unsigned edge);
 
 /**
+ * Leads the streams of an idle group to this host or, as VRT packets, to receivers of their own. The units are told at
+ * once.
+ *
+ * @param mode  0 this host, where every unit begins; 1 the destinations set by hxrSetStreamVrtAddr
+ * @return hxrInvalidParameterErr; hxrInvalidConfigurationErr while initiated; hxrConnectionLostErr if a unit's link is
+ *         lost, with that unit and those behind it left as they were
+ */
+HXR_API HXRStatus hxrSetStreamMode(int handle, unsigned mode);
+
+/**
+ * Moves the data socket of one unit of an idle group to another UDP port, at both ends; 4991 at first. The unit is told
+ * at once, and with VRT destinations in force its streams are led back to this host.
+ *
+ * @param unit  position in the group, 0 the master
+ * @return hxrInvalidParameterErr for a position outside; hxrInvalidConfigurationErr while initiated, with nothing done;
+ *         hxrInvalidConfigurationErr too for the port of the control link and on a lost link, with the port kept, the
+ *         unit told if it can be, and the socket as it was
+ */
+HXR_API HXRStatus hxrSetStreamLocalAddr(int handle, int unit, uint16_t port);
+
+/**
+ * Sets where the VRT packets of a channel go; 192.168.2.2, port 4991 and no hardware address at first. A unit with VRT
+ * destinations in force is told at once, another when hxrSetStreamMode calls for them.
+ *
+ * @param channel  of the group, on an idle unit
+ * @param address  IPv4 address, dotted decimal; not checked: what is no address sends to nowhere
+ * @param port     UDP port
+ * @param mac      hardware address in the low 48 bits, first byte highest; not looked up
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for a channel outside; hxrInvalidConfigurationErr while initiated;
+ *         hxrConnectionLostErr if the unit could not be told, with the destination kept
+ */
+HXR_API HXRStatus hxrSetStreamVrtAddr(int handle, int channel, const char* address, uint16_t port,
+                                      uint64_t mac);
+
+/**
  * Sets the stream identifier in the VRT packets of a channel; channel + 1 at first.
  *
  * @param id  0 or more

@@ -39,6 +39,22 @@ HXRStatus hxrSetStreamTriggerEdge(int handle, unsigned edge) {
     return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setStreamTriggerEdge(device, edge); });
 }
 
+HXRStatus hxrSetStreamMode(int handle, unsigned mode) {
+    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setStreamMode(device, mode); });
+}
+
+HXRStatus hxrSetStreamLocalAddr(int handle, int unit, uint16_t port) {
+    return deviceEntry(handle,
+                       [&](HXRDevice& device) { return hxr::setStreamLocalAddr(device, unit, port); });
+}
+
+HXRStatus hxrSetStreamVrtAddr(int handle, int channel, const char* address, uint16_t port, uint64_t mac) {
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        if (address == nullptr) return hxrNullPointerErr;
+        return hxr::setStreamVrtAddr(device, channel, address, port, mac);
+    });
+}
+
 HXRStatus hxrSetStreamVrtChannelID(int handle, int channel, int id) {
     return deviceEntry(handle,
                        [&](HXRDevice& device) { return hxr::setStreamVrtChannelID(device, channel, id); });

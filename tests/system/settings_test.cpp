@@ -93,12 +93,13 @@ Settings settingsOf(const HXRDevice& d) {
     return all;
 }
 
-/// A call, what it returns, and the settings that it changes.
+/// A call, what it returns, the settings that it changes, and the datagrams that master and slave get.
 struct Row {
     const char* text;
     std::function<HXRStatus(int)> call;
     HXRStatus status;
     Settings changes{};
+    std::array<std::size_t, 2> datagrams{};
 };
 
 #define CALL(entry) #entry, [=](int h) { return entry; }
@@ -125,13 +126,26 @@ class SettingsOfAGroup : public test::Installation {
         for (const Row& row : rows) {
             SCOPED_TRACE(row.text);
             Settings expected = settings();
+            for (const auto& unit : units) unit->clearRecording();
             EXPECT_EQ(row.call(3), hxrInvalidDeviceErr);
             EXPECT_EQ(row.call(handle), row.status);
+            EXPECT_EQ((std::array{datagramsAt(*units[0]), datagramsAt(*units[1])}), row.datagrams);
             for (const auto& [name, value] : row.changes) expected.at(name) = value;
             for (const auto& [name, value] : settings()) EXPECT_EQ(value, expected.at(name)) << name;
         }
     }
 };
+
+/// Where a unit has been told to send the samples of an input, from its registers.
+std::string destinationOf(const sim::SimulatedUnit& unit, std::uint16_t input) {
+    const auto registers = unit.state().registers;
+    const auto first = static_cast<std::uint16_t>(0x320 + 4 * input);
+    const auto address = registers.read(first).value_or(0);
+    std::string text;
+    for (const int shift : {24, 16, 8, 0})
+        text += std::to_string(address >> shift & 0xFF) + (shift ? "." : ":");
+    return text + std::to_string(registers.read(static_cast<std::uint16_t>(first + 1)).value_or(0) >> 16);
+}
 
 TEST_F(SettingsOfAGroup, ClampPhysicalQuantities) {
     struct Quantity {
@@ -440,6 +454,78 @@ TEST_F(SettingsOfAGroup, MoveAPatternUp) {
     isMovedUp(1, 0.5F, -0.25F, {0.5, -0.25});
     isMovedUp(0, std::int16_t{-32768}, 0, {-1.0, 0.0});
     isMovedUp(0, std::int16_t{16384}, -8192, {0.5, -0.25});
+}
+
+TEST_F(SettingsOfAGroup, LeadStreamsToVrtDestinationsAndBack) {
+    const std::string host = test::hostAddress();
+    constexpr std::uint64_t mac = 0x0123456789AB;
+    const Settings fifth{{"slave vrtDestAddress 1", "10.1.2.3"},
+                         {"slave vrtDestPort 1", 6000.0},
+                         {"slave vrtDestMAC 1", double{mac}}};
+    run({{CALL(hxrSetStreamMode(h, 2)), hxrInvalidParameterErr},
+         {CALL(hxrSetStreamMode(h, 0)), hxrNoError},
+         {CALL(hxrSetStreamVrtAddr(h, -1, nullptr, 1, 1)), hxrNullPointerErr},
+         {CALL(hxrSetStreamVrtAddr(h, -1, "10.1.2.3", 1, 1)), hxrInvalidParameterErr},
+         {CALL(hxrSetStreamVrtAddr(h, -4, "10.1.2.3", 1, 1)), hxrInvalidParameterErr},
+         {CALL(hxrSetStreamVrtAddr(h, 8, "10.1.2.3", 1, 1)), hxrInvalidParameterErr},
+         {CALL(hxrSetStreamVrtAddr(h, 5, "10.1.2.3", 6000, mac)), hxrNoError, fifth},
+         {CALL(hxrSetStreamMode(h, 1)),
+          hxrNoError,
+          {{"localStream", 0.0}, {"slave localStream", 0.0}},
+          {1, 1}},
+         {CALL(hxrSetStreamMode(h, 1)), hxrNoError},
+         {CALL(hxrSetStreamVrtAddr(h, 2, "10.9.8.7", 7000, 0)),
+          hxrNoError,
+          {{"vrtDestAddress 2", "10.9.8.7"}, {"vrtDestPort 2", 7000.0}},
+          {1, 0}}});
+    EXPECT_EQ(destinationOf(*units[0], 0), "192.168.2.2:4991");
+    EXPECT_EQ(destinationOf(*units[0], 2), "10.9.8.7:7000");
+    EXPECT_EQ(destinationOf(*units[1], 1), "10.1.2.3:6000");
+    run({{CALL(hxrSetStreamMode(h, 0)),
+          hxrNoError,
+          {{"localStream", 1.0}, {"slave localStream", 1.0}},
+          {2, 2}},
+         {CALL(hxrSetStreamLocalAddr(h, -1, 5100)), hxrInvalidParameterErr},
+         {CALL(hxrSetStreamLocalAddr(h, 2, 5100)), hxrInvalidParameterErr},
+         {CALL(hxrSetStreamLocalAddr(h, 1, 5100)), hxrNoError, {{"slave streamPort", 5100.0}}, {0, 2}},
+         {CALL(hxrSetStreamLocalAddr(h, 0, test::controlPort)),
+          hxrInvalidConfigurationErr,
+          {{"streamPort", double{test::controlPort}}},
+          {2, 0}}});
+    for (std::uint16_t input = 0; input < 4; ++input) {
+        EXPECT_EQ(destinationOf(*units[0], input), host + ":5000");
+        EXPECT_EQ(destinationOf(*units[1], input), host + ":5100");
+    }
+    EXPECT_EQ(device(handle + 1).link->data().localPort(), 5100);
+}
+
+TEST_F(SettingsOfAGroup, AreLockedWhereTheyReachAnInitiatedUnit) {
+    const std::vector<int> all(8, 1);
+    device(handle).initiated = true;
+    run({{CALL(hxrSetChannelConfig(h, all.data(), 1)), hxrInvalidConfigurationErr},
+         {CALL(hxrSetStreamMode(h, 1)), hxrInvalidConfigurationErr},
+         {CALL(hxrSetStreamLocalAddr(h, 1, 5100)), hxrInvalidConfigurationErr},
+         {CALL(hxrSetStreamVrtAddr(h, -1, "10.1.2.3", 1, 1)), hxrInvalidConfigurationErr},
+         {CALL(hxrSetStreamVrtAddr(h, 4, "10.1.2.3", 4991, 0)),
+          hxrNoError,
+          {{"slave vrtDestAddress 0", "10.1.2.3"}}},
+         {CALL(hxrSetSharedFreq(h, 2e9)), hxrNoError, {{"sharedFreq", 2e9}}}});
+    device(handle).initiated = false;
+    device(handle + 1).initiated = true;
+    run({{CALL(hxrSetStreamLocalAddr(h, 1, 5100)), hxrInvalidConfigurationErr},
+         {CALL(hxrSetStreamMode(h, 1)), hxrInvalidConfigurationErr, {{"localStream", 0.0}}, {1, 0}}});
+}
+
+TEST_F(SettingsOfAGroup, SayWhenAUnitCannotBeTold) {
+    ASSERT_EQ(hxrSetStreamMode(handle, 1), hxrNoError);
+    clock.shortenTimeouts(100);
+    units[1]->faults().silenceAfterDatagrams(0);
+    EXPECT_EQ(hxrSetStreamMode(handle, 0), hxrConnectionLostErr);
+    EXPECT_TRUE(device(handle).localStream);
+    EXPECT_FALSE(device(handle + 1).localStream);
+    EXPECT_EQ(hxrSetStreamVrtAddr(handle, 7, "10.1.2.3", 4991, 0), hxrConnectionLostErr);
+    EXPECT_EQ(device(handle + 1).vrtDestAddress[3], "10.1.2.3");
+    EXPECT_EQ(hxrSetStreamLocalAddr(handle, 1, 5100), hxrInvalidConfigurationErr);
 }
 
 }  // namespace
