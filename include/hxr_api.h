@@ -262,6 +262,305 @@ HXR_API HXRStatus hxrSetFanSetPoint(int handle, float degrees);
 HXR_API HXRStatus hxrGetFanSetPoint(int handle, float* degrees);
 
 /* ------------------------------------------------------------------------------------------------------------------
+ * Channels
+ *
+ * The channels of a group are numbered from 0: channel c is input c % 4 of the unit that was paired at position c / 4,
+ * the master being position 0. All their settings belong to the master's handle. A setting counts from the next
+ * hxrInitiate on; what runs keeps what it began with.
+ *
+ * A channel that the group doesn't have is hxrInvalidParameterErr. A physical quantity out of range is set to its
+ * nearest limit and reported with hxrSettingClamped, infinities too; a NaN is hxrInvalidParameterErr.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Enables channels of an idle group: one that sweeps, the focus channel, and any number that stream.
+ *
+ * @param enabled  a value for each channel of the group, as hxrGetChannelCount tells: 0 off, anything else on. New
+ *                 units have all channels off.
+ * @param focus    the enabled channel that sweeps; -1, or any number that is no enabled channel: none sweeps
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidConfigurationErr while initiated
+ */
+HXR_API HXRStatus hxrSetChannelConfig(int handle, const int* enabled, int focus);
+
+/**
+ * Gives what hxrSetChannelConfig made of its arguments.
+ *
+ * @param enabled  receives 0 or 1 for each channel of the group; may be null
+ * @param focus    receives the channel that sweeps, -1 for none; may be null
+ * @return hxrInvalidDeviceErr
+ */
+HXR_API HXRStatus hxrGetChannelConfig(int handle, int* enabled, int* focus);
+
+/**
+ * Lets a streaming channel take the frequency, and with it the synthesizer, that such channels share.
+ *
+ * @param shared  1 the shared frequency, 0 the channel's own, which is the default
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr for another value or channel
+ */
+HXR_API HXRStatus hxrSetChannelShared(int handle, int channel, int shared);
+
+/**
+ * Gives 1 if the channel takes the shared frequency, else 0; always 0 for a channel that is off or sweeps.
+ *
+ * @param shared  if null, only the channel is checked
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrGetChannelShared(int handle, int channel, int* shared);
+
+/**
+ * Sets the frequency that a channel streams at on its own: 100 kHz to 20 GHz, in Hz; 1 GHz at first.
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrSetChannelFreq(int handle, int channel, double hz);
+
+/**
+ * Gives a channel's own frequency in Hz.
+ *
+ * @param hz  if null, only the channel is checked
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrGetChannelFreq(int handle, int channel, double* hz);
+
+/**
+ * Turns the phase of a channel's samples, in radians; any finite number of turns. 0 at first.
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr, also for an infinite phase
+ */
+HXR_API HXRStatus hxrSetChannelPhaseOffset(int handle, int channel, double radians);
+
+/**
+ * Gives a channel's phase offset as it is kept: negated, and from 0 up to, not including, 2 pi radians. So an offset
+ * of 1.0 reads 2 pi - 1.0.
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrGetChannelPhaseOffset(int handle, int channel, double* radians);
+
+/**
+ * Delays a channel's samples by -25 to 25 ns, in seconds. 0 at first.
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrSetChannelDelay(int handle, int channel, double seconds);
+
+/** Gives a channel's delay in seconds. @return hxrInvalidDeviceErr, hxrNullPointerErr, hxrInvalidParameterErr */
+HXR_API HXRStatus hxrGetChannelDelay(int handle, int channel, double* seconds);
+
+/**
+ * Sets the frequency of all channels that share one, and of the generator: 100 kHz to 20 GHz, in Hz; 1 GHz at first.
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr for a NaN; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrSetSharedFreq(int handle, double hz);
+
+/** Gives the shared frequency in Hz; nothing for a null pointer. @return hxrInvalidDeviceErr */
+HXR_API HXRStatus hxrGetSharedFreq(int handle, double* hz);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Stream settings
+ *
+ * They belong to the master's handle and count from the next hxrInitiate on, but for hxrSetStreamMode,
+ * hxrSetStreamLocalAddr and hxrSetStreamVrtAddr, which tell the units at once. They have no getters. A selector out of
+ * its set is hxrInvalidParameterErr and changes nothing; a bad handle is hxrInvalidDeviceErr everywhere.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Sets the form of samples that come to this host.
+ * @param type  0 interleaved 16-bit I and Q, the default; 1 interleaved floats
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetStreamDataType(int handle, unsigned type);
+
+/**
+ * Sets the scale of float samples.
+ * @param on  1: full scale is 1.0; 0, the default: samples come at their calibrated level
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetStreamFullScale(int handle, unsigned on);
+
+/**
+ * Sets the level in dBm that the receiver is set up for where the attenuator is automatic; -20 at first. Any number is
+ * taken: the attenuator has its least value up to -20 dBm, its greatest above 5 dBm, and for what is no number too.
+ */
+HXR_API HXRStatus hxrSetStreamRefLevel(int handle, double dBm);
+
+/**
+ * Sets the attenuator in steps of 5 dB, 0 to 6, or -1 for automatic by the reference level. 0 at first.
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetStreamAtten(int handle, int atten);
+
+/**
+ * Sets the sample rate: 50 MS/s divided by a power of two, 1 to 256. 1 at first. The unit divides by up to 4, this host
+ * by what remains; VRT packets stay at the unit's rate.
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetStreamSampleRate(int handle, int decimation);
+
+/**
+ * Sets the bandwidth, 20 kHz to 40 MHz, in Hz; 40 MHz at first. hxrInitiate narrows it to 0.8 of the sample rate.
+ * @return hxrInvalidParameterErr for a NaN; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrSetStreamBandwidth(int handle, double hz);
+
+/** Sets the edge of the trigger line that counts: 0 rising, the default; 1 falling. @return hxrInvalidParameterErr */
+HXR_API HXRStatus hxrSetStreamTriggerEdge(int handle, unsigned edge);
+
+/**
+ * Leads the streams of an idle group to this host or, as VRT packets, to receivers of their own. The units are told at
+ * once.
+ *
+ * @param mode  0 this host, where every unit begins; 1 the destinations set by hxrSetStreamVrtAddr
+ * @return hxrInvalidParameterErr; hxrInvalidConfigurationErr while initiated; hxrConnectionLostErr if a unit's link is
+ *         lost, with that unit and those behind it left as they were
+ */
+HXR_API HXRStatus hxrSetStreamMode(int handle, unsigned mode);
+
+/**
+ * Moves the data socket of one unit of an idle group to another UDP port, at both ends; 4991 at first. The unit is told
+ * at once, and with VRT destinations in force its streams are led back to this host.
+ *
+ * @param unit  position in the group, 0 the master
+ * @return hxrInvalidParameterErr for a position outside; hxrInvalidConfigurationErr while initiated, with nothing done;
+ *         hxrInvalidConfigurationErr too for the port of the control link and on a lost link, with the port kept, the
+ *         unit told if it can be, and the socket as it was
+ */
+HXR_API HXRStatus hxrSetStreamLocalAddr(int handle, int unit, uint16_t port);
+
+/**
+ * Sets where the VRT packets of a channel go; 192.168.2.2, port 4991 and no hardware address at first. A unit with VRT
+ * destinations in force is told at once, another when hxrSetStreamMode calls for them.
+ *
+ * @param channel  of the group, on an idle unit
+ * @param address  IPv4 address, dotted decimal; not checked: what is no address sends to nowhere
+ * @param port     UDP port
+ * @param mac      hardware address in the low 48 bits, first byte highest; not looked up
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for a channel outside; hxrInvalidConfigurationErr while initiated;
+ *         hxrConnectionLostErr if the unit could not be told, with the destination kept
+ */
+HXR_API HXRStatus hxrSetStreamVrtAddr(int handle, int channel, const char* address, uint16_t port,
+                                      uint64_t mac);
+
+/**
+ * Sets the stream identifier in the VRT packets of a channel; channel + 1 at first.
+ *
+ * @param id  0 or more
+ * @return hxrInvalidParameterErr, also for an identifier that a channel of the group has, be it the same channel
+ */
+HXR_API HXRStatus hxrSetStreamVrtChannelID(int handle, int channel, int id);
+
+/**
+ * Sets how often VRT context packets go out.
+ *
+ * @param enabled   1, the default: context packets at the interval; 0: none, and the interval is forgotten
+ * @param interval  3 to 4095, 63 at first; looked at only if enabled
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetStreamVrtCntxInterval(int handle, int enabled, int interval);
+
+/** Sets the order of bytes in VRT samples: 0 big-endian, the default; 1 little-endian. @return hxrInvalidParameterErr */
+HXR_API HXRStatus hxrSetStreamVrtEndianness(int handle, unsigned endianness);
+
+/**
+ * Gives the linear factor that brings the full-scale samples of a streaming channel to their calibrated level, as
+ * the last hxrInitiate found it. Works with streams to this host and with VRT.
+ *
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidConfigurationErr if the group isn't initiated with a
+ *         stream; hxrInvalidParameterErr for a channel that doesn't stream
+ */
+HXR_API HXRStatus hxrStreamCorrection(int handle, int channel, float* correction);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Sweep settings
+ *
+ * They belong to the master's handle and count from the next hxrInitiate on. They have no getters. A selector out of
+ * its set is hxrInvalidParameterErr and changes nothing; physical quantities are set to their nearest limit, with
+ * hxrSettingClamped, and a NaN is hxrInvalidParameterErr; a bad handle is hxrInvalidDeviceErr everywhere.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/** Sets the reference level in dBm, as hxrSetStreamRefLevel does for streams. -20 at first. */
+HXR_API HXRStatus hxrSetSweepRefLevel(int handle, double dBm);
+
+/**
+ * Sets the attenuator in steps of 5 dB, 0 to 6, or -1 for automatic by the reference level. -1 at first.
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetSweepAtten(int handle, int atten);
+
+/**
+ * Sets the range of the sweep by its centre and span in Hz; 10 GHz and 1 GHz at first. The same as hxrSetSweepStartStop
+ * with the edges that follow.
+ * @return hxrInvalidParameterErr also if centre and span give no number; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrSetSweepCenterSpan(int handle, double center, double span);
+
+/**
+ * Sets the range of the sweep by its edges in Hz, within 100 kHz to 20 GHz and at least 100 Hz apart. Too small a span
+ * moves the stop up, or the start down where the range ends.
+ * @return hxrInvalidParameterErr for a NaN; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrSetSweepStartStop(int handle, double start, double stop);
+
+/**
+ * Sets resolution and duration.
+ *
+ * @param rbw   resolution bandwidth, 100 Hz to 10 MHz, in Hz; 10 kHz at first
+ * @param vbw   video bandwidth, the same range, in Hz; 10 kHz at first
+ * @param time  1 us to 1 s, in seconds; 1 ms at first
+ * @return hxrInvalidParameterErr if any is a NaN, with none set; hxrSettingClamped if a limit was taken for any
+ */
+HXR_API HXRStatus hxrSetSweepCoupling(int handle, double rbw, double vbw, double time);
+
+/**
+ * Sets how the spectra taken at one frequency become one.
+ *
+ * @param detector    0 their average; 1 or 2 the greatest of a running average. 2 at first.
+ * @param videoUnits  what is averaged: 0 decibels, 1 voltage, 2 power, the default; 3 a sample: the power of the first
+ *                    spectrum alone, whatever the detector
+ * @return hxrInvalidParameterErr, with neither set
+ */
+HXR_API HXRStatus hxrSetSweepDetector(int handle, unsigned detector, unsigned videoUnits);
+
+/**
+ * Sets the units of the trace.
+ * @param scale  0 dBm, the default; 1 millivolts across 50 ohms; 2 dB of full scale, without level correction
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetSweepScale(int handle, unsigned scale);
+
+/**
+ * Sets the window of the transform.
+ * @param window  0 flat top, the default; 1 Nuttall; 2 confined Gaussian
+ * @return hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrSetSweepWindow(int handle, unsigned window);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * Generator settings
+ *
+ * The generator plays a pattern at the shared frequency of the master unit. Its settings count from the next
+ * hxrInitiate on. They have no getters; a bad handle is hxrInvalidDeviceErr everywhere.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/** Lets the next hxrInitiate start the generator: 0 no, the default; anything else yes. hxrAbort stops it. */
+HXR_API HXRStatus hxrSetVSGEnabled(int handle, int on);
+
+/**
+ * Sets the output level, -80 to 10 dBm. Until a level is set, the unit's attenuator and half amplitude give it.
+ *
+ * @return hxrInvalidParameterErr for a NaN; hxrSettingClamped; hxrInvalidConfigurationErr for a level in range on a
+ *         unit without generator calibration, with the level set all the same
+ */
+HXR_API HXRStatus hxrSetVSGLevel(int handle, double dBm);
+
+/**
+ * Sets the pattern, which is played over and over at 125 MS/s around the shared frequency; full scale is 1.0. A plain
+ * carrier at first.
+ *
+ * @param samples  `count` complex samples, I then Q; copied
+ * @param count    16 to 4096, a multiple of 16
+ * @param type     0 of 16 bits, 32768 being full scale; 1 of floats
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for another count or type
+ */
+HXR_API HXRStatus hxrSetVSGPattern(int handle, const void* samples, int count, unsigned type);
+
+/* ------------------------------------------------------------------------------------------------------------------
  * Acquisition
  *
  * Settings reach the receiver at hxrInitiate, all at once. Both entries act on a master with all its slaves, and must

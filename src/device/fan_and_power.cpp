@@ -1,8 +1,8 @@
 #include "device/fan_and_power.h"
 
-#include <algorithm>
 #include <cmath>
 
+#include "device/setting_limits.h"
 #include "link/words.h"
 #include "rf/rest_words.h"
 
@@ -41,10 +41,10 @@ HXRStatus setFanEnabled(HXRDevice& device, bool on) {
 
 HXRStatus setFanSetPoint(HXRDevice& device, float degrees) {
     if (const HXRStatus refused = fanAccess(device); refused != hxrNoError) return refused;
-    if (std::isnan(degrees)) return hxrInvalidParameterErr;
-    device.fanSetPoint = std::clamp(degrees, lowestFanSetPoint, highestFanSetPoint);
+    const HXRStatus stored = storeWithin(fanSetPointLimits, degrees, device.fanSetPoint);
+    if (stored < 0) return stored;
     if (const HXRStatus lost = pushFan(device); lost != hxrNoError) return lost;
-    return device.fanSetPoint == degrees ? hxrNoError : hxrSettingClamped;
+    return stored;
 }
 
 HXRStatus setLowPowerState(HXRDevice& device) {

@@ -8,9 +8,6 @@
 
 namespace hxr {
 
-inline constexpr float lowestFanSetPoint = 5.0F;
-inline constexpr float highestFanSetPoint = 60.0F;
-
 /// The command word for a set point in degrees Celsius.
 std::uint32_t fanWord(float degrees, bool on);
 

@@ -41,14 +41,20 @@ struct ChannelSettings {
     double sharedFreq = 1e9;                                    ///< Hz
 };
 
-/// A tone at 3/16 of the sample rate.
-inline std::vector<std::complex<float>> defaultGeneratorPattern() {
-    std::vector<std::complex<float>> pattern(16);
-    for (std::size_t n = 0; n < pattern.size(); ++n) {
-        pattern[n] =
+/// A block of the tone at 3/16 of the sample rate: where the generator works, and what moves a pattern there.
+inline std::array<std::complex<float>, 16> generatorOffset() {
+    std::array<std::complex<float>, 16> block;
+    for (std::size_t n = 0; n < block.size(); ++n) {
+        block[n] =
             std::complex<float>(std::polar(1.0, 2 * std::numbers::pi * 3 * static_cast<double>(n) / 16));
     }
-    return pattern;
+    return block;
+}
+
+/// The tone alone.
+inline std::vector<std::complex<float>> defaultGeneratorPattern() {
+    const auto block = generatorOffset();
+    return {block.begin(), block.end()};
 }
 
 struct GeneratorSettings {
@@ -99,13 +105,15 @@ struct SweepResult {
     double windowFactor = 0;  ///< noise bandwidth of the window, in bins of its length
 };
 
+inline constexpr std::int32_t defaultContextInterval = 63;
+
 /// Where a unit sends its samples. Held by each unit of a group; VRT destinations by input, in the first
 /// four.
 struct StreamOutputSettings {
     bool localStream = true;  ///< samples come to this library, not to VRT addresses
     std::uint16_t streamPort = 4991;
     bool vrtContextEnabled = true;
-    std::int32_t vrtContextInterval = 63;
+    std::int32_t vrtContextInterval = defaultContextInterval;
     std::uint32_t vrtEndianness = 0;  ///< 1 is little-endian
     PerChannel<std::string> vrtDestAddress = forAllChannels<std::string>("192.168.2.2");
     PerChannel<std::uint16_t> vrtDestPort = forAllChannels<std::uint16_t>(4991);
