@@ -39,55 +39,37 @@ void PrintTo(const Shown& shown, std::ostream* out) { *out << shown.text; }
 
 using Settings = std::map<std::string, Shown>;
 
+#define FIELD(name) \
+    { #name, d.name }
+#define EACH(name) add(#name, d.name[c])
+
 /// All settings of a unit, by name.
 Settings settingsOf(const HXRDevice& d) {
-    Settings all{{"channelCount", d.channelCount},
-                 {"focusChannel", d.focusChannel},
-                 {"sharedFreq", d.sharedFreq},
-                 {"vsgEnabled", d.vsgEnabled},
-                 {"vsgOutputLevel", d.vsgOutputLevel},
-                 {"vsgPattern", static_cast<double>(d.vsgPattern.size())},
-                 {"streamActive", d.streamActive},
-                 {"streamDataType", d.streamDataType},
-                 {"streamFullScale", d.streamFullScale},
-                 {"streamRefLevel", d.streamRefLevel},
-                 {"streamAtten", d.streamAtten},
-                 {"decimation", d.decimation},
-                 {"hardwareDecimation", d.hardwareDecimation},
-                 {"hostDecimation", d.hostDecimation},
-                 {"streamBandwidth", d.streamBandwidth},
-                 {"hardwareBandwidth", d.hardwareBandwidth},
-                 {"outputBandwidth", d.outputBandwidth},
-                 {"streamTriggerEdge", d.streamTriggerEdge},
-                 {"sweepActive", d.sweepActive},
-                 {"sweepRefLevel", d.sweepRefLevel},
-                 {"sweepAtten", d.sweepAtten},
-                 {"sweepCenter", d.sweepCenter},
-                 {"sweepSpan", d.sweepSpan},
-                 {"sweepRBW", d.sweepRBW},
-                 {"sweepVBW", d.sweepVBW},
-                 {"sweepTime", d.sweepTime},
-                 {"sweepDetector", d.sweepDetector},
-                 {"sweepVideoUnits", d.sweepVideoUnits},
-                 {"sweepScale", d.sweepScale},
-                 {"sweepWindow", d.sweepWindow},
-                 {"localStream", d.localStream},
-                 {"streamPort", d.streamPort},
-                 {"vrtContextEnabled", d.vrtContextEnabled},
-                 {"vrtContextInterval", d.vrtContextInterval},
-                 {"vrtEndianness", d.vrtEndianness}};
+    Settings all{FIELD(channelCount),    FIELD(focusChannel),      FIELD(sharedFreq),
+                 FIELD(vsgEnabled),      FIELD(vsgOutputLevel),    FIELD(streamActive),
+                 FIELD(streamDataType),  FIELD(streamFullScale),   FIELD(streamRefLevel),
+                 FIELD(streamAtten),     FIELD(decimation),        FIELD(hardwareDecimation),
+                 FIELD(hostDecimation),  FIELD(streamBandwidth),   FIELD(hardwareBandwidth),
+                 FIELD(outputBandwidth), FIELD(streamTriggerEdge), FIELD(sweepActive),
+                 FIELD(sweepRefLevel),   FIELD(sweepAtten),        FIELD(sweepCenter),
+                 FIELD(sweepSpan),       FIELD(sweepRBW),          FIELD(sweepVBW),
+                 FIELD(sweepTime),       FIELD(sweepDetector),     FIELD(sweepVideoUnits),
+                 FIELD(sweepScale),      FIELD(sweepWindow),       FIELD(localStream),
+                 FIELD(streamPort),      FIELD(vrtContextEnabled), FIELD(vrtContextInterval),
+                 FIELD(vrtEndianness)};
+    all.emplace("vsgPattern", static_cast<double>(d.vsgPattern.size()));
     for (std::size_t c = 0; c < mostChannels; ++c) {
         const auto add = [&](const char* name, const Shown& value) {
             all.emplace(std::string(name) + " " + std::to_string(c), value);
         };
-        add("channelEnabled", d.channelEnabled[c]);
-        add("channelShared", d.channelShared[c]);
-        add("channelFreq", d.channelFreq[c]);
-        add("channelPhaseOffset", d.channelPhaseOffset[c]);
-        add("channelDelay", d.channelDelay[c]);
-        add("vrtStreamId", d.vrtStreamId[c]);
-        add("vrtDestAddress", d.vrtDestAddress[c]);
-        add("vrtDestPort", d.vrtDestPort[c]);
+        EACH(channelEnabled);
+        EACH(channelShared);
+        EACH(channelFreq);
+        EACH(channelPhaseOffset);
+        EACH(channelDelay);
+        EACH(vrtStreamId);
+        EACH(vrtDestAddress);
+        EACH(vrtDestPort);
         add("vrtDestMAC", static_cast<double>(d.vrtDestMAC[c]));
     }
     return all;
