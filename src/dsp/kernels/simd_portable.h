@@ -1,5 +1,5 @@
-// The vector wrapper in plain C++: 4 lanes, for processors without one of their own. Included by simd.h
-// inside the kernel set's namespace.
+// The vector wrapper in plain C++: 4 lanes, the baseline of processors without one of their own. The tests build and run
+// it on every processor. Included by simd.h inside the kernel set's namespace.
 
 inline constexpr int lanes = 4;
 
