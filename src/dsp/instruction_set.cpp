@@ -31,11 +31,12 @@ const KernelTable* kernelsOf(InstructionSet set) {
 
 }  // namespace
 
+void dspUse(const KernelTable& kernels) { kernelsInUse.store(&kernels, std::memory_order_relaxed); }
+
 bool dspUse(InstructionSet set) {
     const KernelTable* kernels = kernelsOf(set);
-    if (kernels == nullptr) return false;
-    kernelsInUse.store(kernels, std::memory_order_relaxed);
-    return true;
+    if (kernels != nullptr) dspUse(*kernels);
+    return kernels != nullptr;
 }
 
 void dspInitialise() {

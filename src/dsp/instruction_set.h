@@ -16,6 +16,9 @@ void dspInitialise();
 /// @return false, with nothing changed, if the processor or the build lacks it
 bool dspUse(InstructionSet set);
 
+/// The same with kernels that the library may not hold for this processor, such as the plain C++ ones.
+void dspUse(const KernelTable& kernels);
+
 /// The kernels in use. A plan keeps the ones that it was made with.
 const KernelTable& dspKernels();
 

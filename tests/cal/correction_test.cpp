@@ -34,21 +34,28 @@ class Corrections : public testing::Test {
 };
 
 TEST_F(Corrections, FindTheTemperatureBetweenItsNeighbours) {
-    struct Case {
-        float degrees;
-        int index;
-        double fraction;
+    const auto expectAt = [&](float degrees, int index, float fraction) {
+        updateTemperature(state, degrees);
+        EXPECT_EQ(state.tempIndex, index) << degrees;
+        if (std::isnan(fraction))
+            EXPECT_TRUE(std::isnan(state.tempFraction)) << degrees;
+        else
+            EXPECT_EQ(state.tempFraction, fraction) << degrees;
     };
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    for (const Case& c :
-         {Case{-infinity, 0, 0.0}, Case{-30.5F, 0, 0.0}, Case{-30.0F, 0, 0.0}, Case{-22.5F, 0, 0.5},
-          Case{-15.0F, 1, 0.0}, Case{31.5F, 4, static_cast<float>(1.5F / 15.0F)}, Case{45.0F, 5, 0.0},
-          Case{59.25F, 5, static_cast<float>(14.25F / 15.0F)}, Case{60.0F, 5, 1.0}, Case{infinity, 5, 1.0},
-          Case{std::nanf(""), 5, 1.0}}) {
-        updateTemperature(state, c.degrees);
-        EXPECT_EQ(state.tempIndex, c.index) << c.degrees;
-        EXPECT_EQ(state.tempFraction, c.fraction) << c.degrees;
-    }
+    const float nan = std::nanf("");
+    for (const auto& [degrees, index, fraction] : {std::tuple{-infinity, 0, 0.0F},
+                                                   {-30.5F, 0, 0.0F},
+                                                   {-30.0F, 0, 0.0F},
+                                                   {-22.5F, 0, 0.5F},
+                                                   {-15.0F, 1, 0.0F},
+                                                   {31.5F, 4, 1.5F / 15.0F},
+                                                   {45.0F, 5, 0.0F},
+                                                   {59.25F, 5, 14.25F / 15.0F},
+                                                   {60.0F, 5, 1.0F},
+                                                   {infinity, 5, 1.0F},
+                                                   {nan, 5, 1.0F}})
+        expectAt(degrees, index, fraction);
 
     state.manualTemp = true;
     updateTemperature(state, 1.0F);
@@ -60,6 +67,13 @@ TEST_F(Corrections, FindTheTemperatureBetweenItsNeighbours) {
         EXPECT_EQ(state.tempIndex, index);
         EXPECT_EQ(state.tempFraction, fraction);
     }
+
+    // Points that were never measured don't end the search; beside one the fraction isn't a number.
+    state.manualTemp = false;
+    image().tempAtIndex[3] = image().tempAtIndex[6] = nan;
+    for (const auto& [degrees, index, fraction] :
+         {std::tuple{-22.5F, 0, 0.5F}, {-7.5F, 1, 0.5F}, {20.0F, 3, nan}, {37.5F, 4, 0.5F}, {46.0F, 5, 1.0F}})
+        expectAt(degrees, index, fraction);
 }
 
 TEST_F(Corrections, OfADummyImageCorrectNothingAtAnyTemperature) {
@@ -134,7 +148,12 @@ TEST_F(Corrections, FetchTheValuesOfATuning) {
                                       {-1.0F, -2.0F, 1.5F},
                                       {-3.0F, 3.0F, pi},
                                       {3.0F, -3.0F, pi},
-                                      {0.0F, 0.0F, 0.0F}}) {
+                                      {0.0F, 0.0F, 0.0F},
+                                      // The float beside pi is above it, the one before below.
+                                      {0.0F, pi, 0.5F * pi},
+                                      {0.0F, -pi, 1.5F * pi},
+                                      {0.0F, std::nextafter(pi, 0.0F), 1.5F * pi},
+                                      {0.0F, -std::nextafter(pi, 0.0F), 0.5F * pi}}) {
         image().phasePairTable[1][40][0] = a;
         image().phasePairTable[1][40][1] = b;
         EXPECT_NEAR(lookupChannelPhase(state, 1, 40), phase, 2e-6F) << a << ' ' << b;
@@ -153,11 +172,12 @@ struct FilterCase {
     float fraction = 0;
 };
 
-/// The response filter by the long way: sums over all points and bins, for one rail.
+/// The taps of one rail by the long way: sums over all points and bins.
 /// @param sign  -1 for the first rail, 1 for the second
-std::vector<double> plainRail(const HXRCalData& image, const FilterCase& c, int sign) {
+std::vector<float> plainRail(const HXRCalData& image, const FilterCase& c, int sign) {
     constexpr double pi = std::numbers::pi;
-    const auto point = [&](const auto& low, const auto& full, int p) -> double {
+    // The calibration and the roots of its ratios are single-precision numbers, the rest is double.
+    const auto point = [&](const auto& low, const auto& full, int p) -> float {
         const auto slice = [&](int t) {
             return c.lowGrid ? low[t][c.channel][c.row][p] : full[t][c.channel][c.row][p];
         };
@@ -165,12 +185,12 @@ std::vector<double> plainRail(const HXRCalData& image, const FilterCase& c, int 
         if (c.fraction == 1) return slice(c.temperature + 1);
         return (1 - c.fraction) * slice(c.temperature) + c.fraction * slice(c.temperature + 1);
     };
-    const double delay = c.delay;
     const auto ratio = [&](int p) { return point(image.lowGridRatio, image.fullGridRatio, p); };
     const auto phase = [&](int p) { return point(image.lowGridPhase, image.fullGridPhase, p); };
     const auto level = [&](int p) {
-        return std::pow(10.0, point(image.lowGridLevel, image.fullGridLevel, p) / 20);
+        return std::pow(10.0, double{point(image.lowGridLevel, image.fullGridLevel, p)} / 20);
     };
+    const auto onRail = [&](float squared) { return std::pow(double{std::sqrt(squared)}, sign); };
 
     std::vector<double> prototype(64);
     double sum = 0;
@@ -185,38 +205,47 @@ std::vector<double> plainRail(const HXRCalData& image, const FilterCase& c, int 
             bin +=
                 prototype[static_cast<std::size_t>(n)] / sum / 64.0 * std::polar(1.0, -2 * pi * b * n / 64);
         }
-        if (b == 0) bin *= level(0) * std::pow(2 * ratio(0) - ratio(1), 0.5 * sign);
+        if (b == 0) bin *= level(0) * onRail(2 * ratio(0) - ratio(1));
         if (b > 0 && b < 32) {
             const int p = std::min(b - 1, 25);
-            bin *= level(p) * std::pow(ratio(p), 0.5 * sign) *
-                   std::polar(1.0, b * delay * 125e6 * pi / 31 + sign * phase(p) / 2);
+            bin *= level(p) * onRail(ratio(p)) *
+                   std::polar(1.0, b * c.delay * 125e6 * pi / 31 + sign * double{phase(p) / 2});
         }
         const double weight = b == 0 || b == 32 ? 1.0 : 2.0;
         for (int n = 0; n < 63; ++n) {
             taps[static_cast<std::size_t>(n)] += weight * (bin * std::polar(1.0, 2 * pi * b * n / 64)).real();
         }
     }
-    for (int n = 0; n < 63; ++n) {
-        taps[static_cast<std::size_t>(n)] *= 0.54 - 0.46 * std::cos(2 * pi * n / 62);
-    }
-    return taps;
+    std::vector<float> rounded;
+    for (int n = 0; n < 63; ++n)
+        rounded.push_back(static_cast<float>(taps[static_cast<std::size_t>(n)] *
+                                             (0.54 - 0.46 * std::cos(2 * pi * n / 62))));
+    return rounded;
 }
 
 TEST_F(Corrections, DesignTheResponseFilterAsTheLongWayDoes) {
+    // Where the full grid begins, the low one has rows that nothing reads.
+    for (auto* table : {&image().lowGridRatio, &image().lowGridPhase, &image().lowGridLevel}) {
+        for (auto& slice : *table) {
+            for (auto& channel : slice) std::fill(&channel[144][0], &channel[149][25] + 1, std::nanf(""));
+        }
+    }
     for (const FilterCase& c :
          {FilterCase{0, false, 0, true, 0, true}, FilterCase{1, false, 0, true, 0, true},
           FilterCase{2, false, 0, true, 2, true}, FilterCase{24, false, 5e-9, true, 24, true},
           FilterCase{25, false, -25e-9, true, 25, false}, FilterCase{24, true, 0, false, 24, true},
           FilterCase{143, false, 0, true, 143, false}, FilterCase{143, true, 0, false, 143, false},
-          FilterCase{144, false, 25e-9, false, 144, false}, FilterCase{510, false, 0, false, 510, false},
-          FilterCase{511, true, 0, false, 510, false}, FilterCase{600, false, 0, false, 510, false},
-          FilterCase{1, true, 0, false, 0, true, 0, 0, 0.3F},
+          FilterCase{144, false, 25e-9, false, 144, false}, FilterCase{149, false, 0, false, 149, false},
+          FilterCase{510, false, 0, false, 510, false}, FilterCase{511, true, 0, false, 510, false},
+          FilterCase{600, false, 0, false, 510, false}, FilterCase{1, true, 0, false, 0, true, 0, 0, 0.3F},
+          FilterCase{1, true, 0, false, 0, true, 1}, FilterCase{1, true, 2e-9, false, 0, true, 3, 4, 0.6F},
           FilterCase{80, false, 1e-9, true, 80, false, 1, 2, 0.7F},
           FilterCase{300, false, 0, false, 300, false, 3, 5, 1.0F}}) {
         settle(c.temperature, c.fraction);
         auto first = plainRail(image(), c, -1);
         auto second = plainRail(image(), c, 1);
-        double largest = 0, sumFirst = 0, sumSecond = 0;
+        // All that follows is single precision too.
+        float largest = 0, sumFirst = 0, sumSecond = 0;
         for (std::size_t n = 0; n < 63; ++n) largest = std::max({largest, first[n], second[n]});
         for (std::size_t n = 0; n < 63; ++n) {
             sumFirst += first[n] /= largest;
@@ -225,13 +254,11 @@ TEST_F(Corrections, DesignTheResponseFilterAsTheLongWayDoes) {
         if (c.swapped) std::swap(first, second);
 
         const ResponseFilter filter = buildResponseFilter(state, c.useFullGrid, c.channel, c.delay, c.k);
-        double worst = 0;
         for (std::size_t n = 0; n < 63; ++n) {
-            worst = std::max({worst, std::abs(filter.taps[n].first - first[n]),
-                              std::abs(filter.taps[n].second - second[n])});
+            EXPECT_EQ(filter.taps[n], (TapPair{first[n], second[n]})) << c.k << ", tap " << n;
         }
-        EXPECT_LT(worst, 3e-7) << c.k;
-        EXPECT_NEAR(filter.gainDb, -10 * std::log10(sumFirst * sumFirst + sumSecond * sumSecond), 1e-5)
+        EXPECT_EQ(filter.gainDb,
+                  -20 * double{std::log10(std::sqrt(sumFirst * sumFirst + sumSecond * sumSecond))})
             << c.k;
         EXPECT_DOUBLE_EQ(filter.delayPhase, c.delay * 1.5e9 * std::numbers::pi / 31);
     }
@@ -248,8 +275,8 @@ TEST_F(Corrections, PackTapsForTheReceiver) {
     EXPECT_EQ(words[4 + 31], 0x7D007D00U);
     EXPECT_EQ(words[4 + 62], 0x00018000U);
     EXPECT_EQ(words[67], 0U);
-    EXPECT_EQ(tapBlockAddress(0), 252);
-    EXPECT_EQ(tapBlockAddress(3), 636);
+    for (const auto& [channel, address] : {std::pair{0, 252}, {1, 380}, {2, 508}, {3, 636}})
+        EXPECT_EQ(tapBlockAddress(channel), address);
 }
 
 }  // namespace

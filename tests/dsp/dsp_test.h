@@ -1,9 +1,10 @@
-/// What the tests of the signal operations share: a run on every kernel set, test data, and the distance of a
-/// float from an exact value.
+/// What the tests of the signal operations share: a run on every kernel set, a watch on allocations, test data, and the
+/// distance of a float from an exact value.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -12,28 +13,86 @@
 #include <vector>
 
 #include "dsp/instruction_set.h"
+#include "dsp/kernels/kernel_table.h"
 #include "dsp/samples.h"
 
 namespace hxr {
 
+namespace portable {
+extern const KernelTable kernelTable;
+}
+
+struct KernelSet {
+    const char* name;
+    bool (*use)();
+};
+inline const KernelSet kernelSets[] = {
+    {"Avx512", [] { return dspUse(InstructionSet::avx512); }},
+    {"Avx2", [] { return dspUse(InstructionSet::avx2); }},
+    {"Baseline", [] { return dspUse(InstructionSet::baseline); }},
+    {"Portable",
+     [] {
+         dspUse(portable::kernelTable);
+         return true;
+     }},
+};
+
 /// Each test runs on each kernel set that the processor has.
-class EveryKernelSet : public testing::TestWithParam<InstructionSet> {
+class EveryKernelSet : public testing::TestWithParam<KernelSet> {
   protected:
     void SetUp() override {
-        if (!dspUse(GetParam())) GTEST_SKIP() << "this processor lacks the instruction set";
+        if (!GetParam().use()) GTEST_SKIP() << "this processor lacks the instruction set";
     }
     void TearDown() override { dspUse(InstructionSet::baseline); }
 };
 
-inline std::string kernelSetName(const testing::TestParamInfo<InstructionSet>& info) {
-    constexpr const char* names[] = {"Baseline", "Avx2", "Avx512"};
-    return names[static_cast<int>(info.param)];
-}
+#define HXR_ON_EVERY_KERNEL_SET(suite)                               \
+    INSTANTIATE_TEST_SUITE_P(, suite, testing::ValuesIn(kernelSets), \
+                             [](const auto& set) { return std::string(set.param.name); })
 
-#define HXR_ON_EVERY_KERNEL_SET(suite)                                                                    \
-    INSTANTIATE_TEST_SUITE_P(                                                                             \
-        , suite, testing::Values(InstructionSet::baseline, InstructionSet::avx2, InstructionSet::avx512), \
-        kernelSetName)
+/// Blocks that this thread has asked operator new for.
+extern thread_local long allocations;
+
+/// Fails the test if anything allocates during its life.
+class NothingAllocated {
+  public:
+    NothingAllocated() = default;
+    ~NothingAllocated() { EXPECT_EQ(allocations, before_) << "an operation allocated memory"; }
+    NothingAllocated(const NothingAllocated&) = delete;
+    NothingAllocated& operator=(const NothingAllocated&) = delete;
+
+  private:
+    const long before_ = allocations;
+};
+
+/// An array `offset` elements behind an aligned address, with a guard behind and, but at offset 0, before it.
+template <typename T>
+class Placed {
+  public:
+    Placed(const std::vector<T>& values, std::size_t offset) : Placed(values.size(), offset) {
+        std::copy(values.begin(), values.end(), data());
+    }
+    Placed(std::size_t count, std::size_t offset) : all_(offset + count + 1, guard), offset_(offset) {}
+
+    T* data() { return all_.data() + offset_; }
+    template <typename U>
+    U* as() {
+        return reinterpret_cast<U*>(data());
+    }
+    T operator[](std::size_t i) const { return all_[offset_ + i]; }
+    bool isGuarded() const { return (offset_ == 0 || all_[offset_ - 1] == guard) && all_.back() == guard; }
+    /// All NaN count as the same.
+    bool holdsThoseOf(const Placed& other) const {
+        return std::equal(all_.begin() + static_cast<std::ptrdiff_t>(offset_), all_.end(),
+                          other.all_.begin() + static_cast<std::ptrdiff_t>(other.offset_), other.all_.end(),
+                          [](T a, T b) { return a == b || (a != a && b != b); });
+    }
+
+  private:
+    static constexpr T guard = 77;
+    std::vector<T> all_;
+    std::size_t offset_;
+};
 
 /// Every length up to a few vectors of the widest kind, and some that end in the middle of one.
 inline std::vector<int> testLengths() {

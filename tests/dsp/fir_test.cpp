@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <complex>
+#include <thread>
 
 #include "dsp/vector.h"
 #include "dsp_test.h"
@@ -38,17 +39,21 @@ double greatestError(const std::vector<cf32>& y, const std::vector<std::complex<
 }
 
 /// Runs x through the plan in place, in blocks of the given sizes in turn, the last one repeated.
-std::vector<cf32> filtered(const std::vector<cf32>& x, const std::vector<cf32>& taps,
-                           std::vector<int> blocks) {
-    const FirPlan plan = firPlan(taps.data(), static_cast<int>(taps.size()));
+std::vector<cf32> filtered(const std::vector<cf32>& x, const FirPlan& plan, const std::vector<int>& blocks) {
     const auto work = plan.makeWork();
-    std::vector<cf32> delay(taps.size()), y = x;
+    std::vector<cf32> delay(static_cast<std::size_t>(plan.length())), y = x;
     for (std::size_t done = 0, turn = 0; done < y.size(); ++turn) {
         const int n = std::min(blocks[std::min(turn, blocks.size() - 1)], static_cast<int>(y.size() - done));
+        const NothingAllocated here;
         firFilter(y.data() + done, y.data() + done, n, plan, delay.data(), delay.data(), work.get());
         done += static_cast<std::size_t>(n);
     }
     return y;
+}
+
+std::vector<cf32> filtered(const std::vector<cf32>& x, const std::vector<cf32>& taps,
+                           const std::vector<int>& blocks) {
+    return filtered(x, firPlan(taps.data(), static_cast<int>(taps.size())), blocks);
 }
 
 class Fir : public EveryKernelSet {};
@@ -97,16 +102,15 @@ TEST_P(Fir, DecimatorEqualsFilterThenSampleDownForEveryDecimation) {
                 int written = 0;
                 for (int done = 0; done < 8192 && (block > 1 || done < 900); done += block) {
                     const int n = std::min(block, 8192 - done);
+                    const NothingAllocated here;
                     written += decimator.process(x.data() + done, n, fused.data() + written);
                 }
                 if (block > 1) {
                     ASSERT_EQ(written, count) << factor;
                 }
                 for (int j = 0; j < written; ++j) {
-                    const auto i = static_cast<std::size_t>(j);
-                    ASSERT_NEAR(fused[i].re, plain[i].re, 2e-7)
-                        << factor << " at " << j << ", blocks of " << block;
-                    ASSERT_NEAR(fused[i].im, plain[i].im, 2e-7)
+                    const cf32 y = fused[static_cast<std::size_t>(j)], z = plain[static_cast<std::size_t>(j)];
+                    ASSERT_LT(std::hypot(y.re - z.re, y.im - z.im), 2e-7F)
                         << factor << " at " << j << ", blocks of " << block;
                 }
             }
@@ -116,28 +120,50 @@ TEST_P(Fir, DecimatorEqualsFilterThenSampleDownForEveryDecimation) {
 
 TEST_P(Fir, DecimatorTakesSixteenBitSamplesAtFullScaleOne) {
     const std::vector<cf32> taps = testTaps(129, true);
-    std::vector<ci16> raw(2048);
-    std::vector<cf32> x(raw.size()), fromRaw(raw.size()), fromFloat = x;
-    for (std::size_t i = 0; i < raw.size(); ++i)
-        raw[i] = {static_cast<std::int16_t>(37 * i * i), static_cast<std::int16_t>(1000 * i)};
-    dspI16ToF32(&raw[0].re, &x[0].re, 4096, 15);
-    FirDecimator first(taps.data(), 129, 2, 2048), second = FirDecimator(taps.data(), 129, 2, 2048);
-    EXPECT_EQ(first.process(raw.data(), 2048, fromRaw.data()), 1024);
-    EXPECT_EQ(second.process(x.data(), 2048, fromFloat.data()), 1024);
+    std::vector<cf32> x(2048), fromRaw(x.size()), fromFloat = x;
+    Placed<std::int16_t> raw(2 * x.size(), 1);
+    for (int i = 0; i < 4096; ++i) raw.data()[i] = static_cast<std::int16_t>(37 * i * i + 1000 * i);
+    dspI16ToF32(raw.data(), &x[0].re, 4096, 15);
+    FirDecimator first(taps.data(), 129, 2, 2048), second(taps.data(), 129, 2, 2048);
+    {
+        const NothingAllocated here;
+        EXPECT_EQ(first.process(raw.as<ci16>(), 2048, fromRaw.data()), 1024);
+        EXPECT_EQ(second.process(x.data(), 2048, fromFloat.data()), 1024);
+    }
     EXPECT_EQ(std::memcmp(fromRaw.data(), fromFloat.data(), 1024 * sizeof(cf32)), 0);
 }
 
-TEST_P(Fir, OneBadSampleReachesOnlyTheOutputsThatMeetIt) {
-    std::vector<cf32> x = randomSamples(1000, 4);
-    x[500].re = std::numeric_limits<float>::quiet_NaN();
-    const std::vector<cf32> taps = testTaps(13, true), y = filtered(x, taps, {1000});
-    std::vector<cf32> down(1000);
-    FirDecimator decimator(taps.data(), 13, 3, 1000);
-    const int count = decimator.process(x.data(), 1000, down.data());
-    for (int i = 0; i < 1000; ++i)
-        EXPECT_EQ(std::isnan(y[static_cast<std::size_t>(i)].re), i >= 500 && i <= 512) << i;
-    for (int j = 0; j < count; ++j)
-        EXPECT_EQ(std::isnan(down[static_cast<std::size_t>(j)].re), 3 * j >= 500 && 3 * j <= 512) << j;
+TEST_P(Fir, OneBadSampleReachesOnlyTheOutputsThatMeetItOrTheirTransforms) {
+    for (const float bad :
+         {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()}) {
+        std::vector<cf32> x = randomSamples(1000, 4), down(1000);
+        x[550].re = bad;
+        const auto spoilt = [&](cf32 y) { return !std::isfinite(y.re); };
+        const std::vector<cf32> taps = testTaps(13, true), y = filtered(x, taps, {1000});
+        for (std::size_t i = 0; i < 1000; ++i) EXPECT_EQ(spoilt(y[i]), i >= 550 && i <= 562) << i;
+        FirDecimator decimator(taps.data(), 13, 3, 1000);
+        const int count = decimator.process(x.data(), 1000, down.data());
+        for (int j = 0; j < count; ++j)
+            EXPECT_EQ(spoilt(down[static_cast<std::size_t>(j)]), 3 * j >= 550 && 3 * j <= 562) << j;
+        // A long filter's transforms hold a block of 100 and the 64 samples before it.
+        const std::vector<cf32> z = filtered(x, testTaps(65, true), {100});
+        EXPECT_TRUE(std::all_of(z.begin() + 550, z.begin() + 615, spoilt));
+        EXPECT_TRUE(std::none_of(z.begin(), z.begin() + 500, spoilt));
+        EXPECT_TRUE(std::none_of(z.begin() + 700, z.end(), spoilt));
+    }
+}
+
+TEST_P(Fir, PlanServesTwoThreadsAtATime) {
+    for (const int length : {17, 257}) {
+        const std::vector<cf32> taps = testTaps(length, false);
+        const FirPlan plan = firPlan(taps.data(), length);
+        const std::vector<cf32> expected = filtered(randomSamples(20000, 8), plan, {2048});
+        std::vector<cf32> beside;
+        std::thread other([&] { beside = filtered(randomSamples(20000, 8), plan, {2048}); });
+        filtered(randomSamples(20000, 9), plan, {2048});
+        other.join();
+        EXPECT_EQ(std::memcmp(beside.data(), expected.data(), expected.size() * sizeof(cf32)), 0) << length;
+    }
 }
 
 HXR_ON_EVERY_KERNEL_SET(Fir);
@@ -154,6 +180,7 @@ TEST(SampleDown, KeepsItsPhaseFromBlockToBlock) {
     EXPECT_EQ(phase, 0);
     for (std::size_t j = 0; j < 3; ++j) EXPECT_EQ(kept[j].re, x[4 * j].re);
     // A block shorter than the phase yields nothing, and a factor of 1 copies.
+    const NothingAllocated here;
     phase = 3;
     sampleDown(x.data(), 2, kept.data(), &count, 5, &phase);
     EXPECT_EQ(count, 0);
@@ -162,6 +189,18 @@ TEST(SampleDown, KeepsItsPhaseFromBlockToBlock) {
     sampleDown(x.data(), 4, kept.data(), &count, 1, &phase);
     EXPECT_EQ(count, 4);
     EXPECT_EQ(kept[3].im, x[3].im);
+}
+
+TEST(FirMemory, NothingHappensForCountsBelowOne) {
+    const std::vector<cf32> taps = testTaps(65, false);
+    const FirPlan plan = firPlan(taps.data(), 65);
+    FirDecimator decimator(taps.data(), 65, 4, 100);
+    for (const int n : {0, -1, std::numeric_limits<int>::min()}) {
+        firFilter(nullptr, nullptr, n, plan, nullptr, nullptr, nullptr);
+        sampleDown(nullptr, n, nullptr, nullptr, 4, nullptr);
+        EXPECT_EQ(decimator.process(static_cast<const cf32*>(nullptr), n, nullptr), 0);
+        EXPECT_EQ(decimator.process(static_cast<const ci16*>(nullptr), n, nullptr), 0);
+    }
 }
 
 }  // namespace

@@ -11,17 +11,23 @@ namespace {
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float untouched = -7.25e11F;
 
-/// Ordinary values with the special ones strewn in, at other places for each length and offset.
-std::vector<float> awkwardValues(int n, int seed) {
-    const float special[] = {0.0F,    -0.0F,           nan,     infinity, -infinity, 1e-41F,
-                             -3e-45F, 1.17549435e-38F, 3.4e38F, 1.0F};
+/// Ordinary values with the special ones strewn in, at other places for each length and offset. Without the greatest no
+/// product leaves the range of a float.
+std::vector<float> awkwardValues(int n, int seed, bool withGreatest = true) {
+    const float special[] = {0.0F,    -0.0F,           nan,  infinity, -infinity, 1e-41F,
+                             -3e-45F, 1.17549435e-38F, 1.0F, 3.4e38F};
+    const std::size_t kinds = std::size(special) - (withGreatest ? 0 : 1);
     std::mt19937 engine(static_cast<unsigned>(seed));
     std::normal_distribution<float> value(0.0F, 2.0F);
     std::vector<float> values(static_cast<std::size_t>(n));
-    for (float& x : values) x = engine() % 4 == 0 ? special[engine() % std::size(special)] : value(engine);
+    for (float& x : values) x = engine() % 4 == 0 ? special[engine() % kinds] : value(engine);
     return values;
+}
+
+bool agree(double value, double exact, double tolerance) {
+    return (std::isnan(value) && std::isnan(exact)) || value == exact ||
+           std::fabs(value - exact) <= tolerance;
 }
 
 struct RealOperation {
@@ -76,7 +82,7 @@ const ComplexOperation complexOperations[] = {
      }},
     {"magnitude", 1, false, [](auto a, auto, float* d, int n) { dspMagnitudeCf32(a, d, n); },
      [](cf64 a, cf64) {
-         return cf64{std::hypot(a.re, a.im), 0.0};
+         return cf64{std::sqrt(a.re * a.re + a.im * a.im), 0.0};
      }},
     {"power", 1, false, [](auto a, auto, float* d, int n) { dspPowerCf32(a, d, n); },
      [](cf64 a, cf64) {
@@ -92,18 +98,19 @@ TEST_P(Vector, RealOperationsAgreeWithDoublePrecisionWhereverTheyStand) {
             for (const std::size_t offset : {0U, 1U, 3U}) {
                 const std::vector<float> a = awkwardValues(n, 3 * n), b = awkwardValues(n, 3 * n + 1);
                 // Operands of unlike alignment; then the result in place of the first one.
-                std::vector<float> shifted(a.size() + offset + 1, untouched), dst = shifted;
-                std::copy(a.begin(), a.end(), shifted.begin() + static_cast<std::ptrdiff_t>(offset));
-                operation.run(shifted.data() + offset, b.data(), dst.data() + offset, n);
-                operation.run(shifted.data() + offset, b.data(), shifted.data() + offset, n);
+                Placed<float> first(a, offset), second(b, offset + 1), dst(a.size(), 3 - offset);
+                {
+                    const NothingAllocated here;
+                    operation.run(first.data(), second.data(), dst.data(), n);
+                    operation.run(first.data(), second.data(), first.data(), n);
+                }
                 for (std::size_t i = 0; i < a.size(); ++i) {
                     const double exact = operation.exact(double{a[i]}, double{b[i]});
-                    ASSERT_LE(ulpDistance(dst[offset + i], exact), operation.ulps)
+                    ASSERT_LE(ulpDistance(dst[i], exact), operation.ulps)
                         << operation.name << " of " << a[i] << ", " << b[i] << " at " << i << " of " << n;
                 }
-                ASSERT_EQ(std::memcmp(dst.data(), shifted.data(), dst.size() * sizeof(float)), 0)
-                    << operation.name << " in place, or outside its array, length " << n;
-                ASSERT_EQ(dst.back(), untouched);
+                ASSERT_TRUE(dst.holdsThoseOf(first)) << operation.name << " in place, length " << n;
+                ASSERT_TRUE(dst.isGuarded() && first.isGuarded()) << operation.name << ", length " << n;
             }
         }
     }
@@ -113,38 +120,49 @@ TEST_P(Vector, ComplexOperationsAgreeWithDoublePrecisionWhereverTheyStand) {
     for (const ComplexOperation& operation : complexOperations) {
         const auto step = static_cast<std::size_t>(operation.floatsPerResult);
         for (const int n : testLengths()) {
-            const auto count = static_cast<std::size_t>(n);
-            const std::vector<cf32> a = randomSamples(count, 7), b = randomSamples(count, 8);
-            std::vector<float> dst(step * count + 2, untouched);
-            operation.run(a.data(), b.data(), dst.data() + 1, n);
-            ASSERT_EQ(dst.front(), untouched);
-            ASSERT_EQ(dst.back(), untouched);
-            for (std::size_t i = 0; i < count; ++i) {
-                const cf64 x = {double{a[i].re}, double{a[i].im}}, y = {double{b[i].re}, double{b[i].im}};
-                const cf64 exact = operation.exact(x, y);
-                const double tolerance = 1.3e-7 * (0.01 + std::hypot(exact.re, exact.im));
-                ASSERT_NEAR(double{dst[1 + step * i]}, exact.re, tolerance)
-                    << operation.name << " " << i << " of " << n;
-                if (step == 2) {
-                    ASSERT_NEAR(double{dst[2 + 2 * i]}, exact.im, tolerance) << operation.name;
+            for (const std::size_t offset : {0U, 1U, 3U}) {
+                const std::vector<float> a = awkwardValues(2 * n, 3 * n, false),
+                                         b = awkwardValues(2 * n, 3 * n + 1, false);
+                Placed<float> first(a, offset), second(b, offset + 1), dst(step * a.size() / 2, 3 - offset);
+                {
+                    const NothingAllocated here;
+                    operation.run(first.as<cf32>(), second.as<cf32>(), dst.data(), n);
+                    if (operation.inPlace)
+                        operation.run(first.as<cf32>(), second.as<cf32>(), first.data(), n);
                 }
+                for (std::size_t i = 0; i < a.size() / 2; ++i) {
+                    const cf64 x = {double{a[2 * i]}, double{a[2 * i + 1]}};
+                    const cf64 exact = operation.exact(x, {double{b[2 * i]}, double{b[2 * i + 1]}});
+                    // Two roundings, relative to the absolute value, and those of denormal products.
+                    const double tolerance = 1.2e-7 * std::hypot(exact.re, exact.im) + 4.3e-45;
+                    ASSERT_TRUE(agree(double{dst[step * i]}, exact.re, tolerance) &&
+                                (step == 1 || agree(double{dst[2 * i + 1]}, exact.im, tolerance)))
+                        << operation.name << " of " << x.re << ", " << x.im << " at " << i << " of " << n;
+                }
+                ASSERT_TRUE(!operation.inPlace || dst.holdsThoseOf(first)) << operation.name << " in place";
+                ASSERT_TRUE(dst.isGuarded() && first.isGuarded()) << operation.name << ", length " << n;
             }
-            if (!operation.inPlace) continue;
-            std::vector<cf32> both = a;
-            operation.run(both.data(), b.data(), reinterpret_cast<float*>(both.data()), n);
-            ASSERT_TRUE(count == 0 || std::memcmp(both.data(), dst.data() + 1, count * sizeof(cf32)) == 0);
         }
     }
 }
 
-TEST_P(Vector, MagnitudeHoldsBeyondTheRangeOfThePower) {
-    const std::vector<cf32> src = {{3e30F, 4e30F}, {3e-30F, -4e-30F}, {0.0F, 0.0F},     {-infinity, 1.0F},
-                                   {nan, 1.0F},    {3.0F, 4.0F},      {3e-42F, 4e-42F}, {-5.0F, 12.0F}};
-    const float expected[] = {5e30F, 5e-30F, 0.0F, infinity, nan, 5.0F, 5e-42F, 13.0F};
-    std::vector<float> dst(src.size());
-    dspMagnitudeCf32(src.data(), dst.data(), static_cast<int>(src.size()));
-    for (std::size_t i = 0; i < src.size(); ++i)
-        EXPECT_LE(ulpDistance(dst[i], double{expected[i]}), 1.0) << i;
+TEST_P(Vector, MagnitudeHoldsBeyondTheRangeOfThePowerWhateverStandsBeside) {
+    const struct {
+        cf32 sample;
+        float magnitude;
+    } rows[] = {{{3e30F, 4e30F}, 5e30F},    {{3e-30F, -4e-30F}, 5e-30F}, {{0.0F, 0.0F}, 0.0F},
+                {{-infinity, 1}, infinity}, {{nan, 1.0F}, nan},          {{3.0F, 4.0F}, 5.0F},
+                {{3e-42F, 4e-42F}, 5e-42F}, {{-5.0F, 12.0F}, 13.0F},     {{1e-30F, 2e-41F}, 1e-30F}};
+    std::vector<cf32> src;
+    for (std::size_t i = 0; i < 9 * 64; ++i) src.push_back(rows[i < 500 ? i % 9 : 5].sample);
+    std::vector<float> together(src.size());
+    dspMagnitudeCf32(src.data(), together.data(), static_cast<int>(src.size()));
+    for (std::size_t i = 0; i < src.size(); ++i) {
+        float alone = -1;
+        dspMagnitudeCf32(&src[i], &alone, 1);
+        ASSERT_LE(ulpDistance(alone, double{rows[i < 500 ? i % 9 : 5].magnitude}), 1.0) << i;
+        ASSERT_EQ(ulpDistance(alone, double{together[i]}), 0.0) << i;
+    }
 }
 
 TEST_P(Vector, LogarithmIsWithinTwoUnitsOverTheWholePositiveRange) {
@@ -186,26 +204,25 @@ TEST_P(Vector, ExponentialIsWithinTwoUnitsUpToItsLimits) {
 }
 
 TEST_P(Vector, SixteenBitSamplesKeepTheirValueBothWays) {
-    for (const int n : testLengths()) {
-        std::vector<std::int16_t> samples(static_cast<std::size_t>(n));
-        for (int i = 0; i < n; ++i)
-            samples[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(i * 30011 + 32768 * (i % 2));
-        std::vector<float> floats(samples.size() + 1, untouched);
-        dspI16ToF32(samples.data(), floats.data(), n, 15);
-        for (std::size_t i = 0; i < samples.size(); ++i)
-            ASSERT_EQ(floats[i], static_cast<float>(samples[i]) / 32768.0F);
-        ASSERT_EQ(floats.back(), untouched);
-        std::vector<std::int16_t> back(samples.size() + 1, 77);
-        dspF32ToI16(floats.data(), back.data(), n, dspRoundToNearest, -15);
-        ASSERT_TRUE(std::equal(samples.begin(), samples.end(), back.begin()));
-        ASSERT_EQ(back.back(), 77);
+    std::vector<int> lengths = testLengths();
+    lengths.push_back(65536);
+    for (const int n : lengths) {
+        for (const std::size_t offset : {0U, 1U, 3U}) {
+            std::vector<std::int16_t> samples(static_cast<std::size_t>(n));
+            for (int i = 0; i < n; ++i)
+                samples[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(i * 30011);
+            Placed<std::int16_t> src(samples, offset), back(samples.size(), offset + 2);
+            Placed<float> floats(samples.size(), 3 - offset);
+            {
+                const NothingAllocated here;
+                dspI16ToF32(src.data(), floats.data(), n, 15);
+                dspF32ToI16(floats.data(), back.data(), n, dspRoundToNearest, -15);
+            }
+            for (std::size_t i = 0; i < samples.size(); ++i)
+                ASSERT_EQ(floats[i], static_cast<float>(samples[i]) / 32768.0F);
+            ASSERT_TRUE(back.holdsThoseOf(src) && back.isGuarded() && floats.isGuarded()) << n;
+        }
     }
-    std::int16_t all[65536], again[65536];
-    static float values[65536];
-    for (int i = 0; i < 65536; ++i) all[i] = static_cast<std::int16_t>(i);
-    dspI16ToF32(all, values, 65536, 15);
-    dspF32ToI16(values, again, 65536, dspRoundToNearest, -15);
-    EXPECT_TRUE(std::equal(std::begin(all), std::end(all), std::begin(again)));
 }
 
 TEST_P(Vector, FloatsAreRoundedToEvenAndSaturated) {
@@ -233,16 +250,15 @@ TEST_P(Vector, FloatsAreRoundedToEvenAndSaturated) {
     };
     // Every row meets every lane, in the whole vectors and in the remainder.
     for (int start = 0; start < 40; ++start) {
-        float src[64];
-        std::int16_t nearest[64], truncated[64];
-        for (int i = 0; i < 61; ++i)
-            src[i] = rows[static_cast<std::size_t>(i + start) % std::size(rows)].value;
+        float src[61];
+        std::int16_t nearest[61], truncated[61];
+        const auto row = [&](int i) { return rows[static_cast<std::size_t>(i + start) % std::size(rows)]; };
+        for (int i = 0; i < 61; ++i) src[i] = row(i).value;
         dspF32ToI16(src, nearest, 61, dspRoundToNearest, -15);
         dspF32ToI16(src, truncated, 61, dspRoundToZero, -15);
         for (int i = 0; i < 61; ++i) {
-            const auto& row = rows[static_cast<std::size_t>(i + start) % std::size(rows)];
-            ASSERT_EQ(nearest[i], row.nearest) << row.value;
-            ASSERT_EQ(truncated[i], row.truncated) << row.value;
+            ASSERT_EQ(nearest[i], row(i).nearest) << row(i).value;
+            ASSERT_EQ(truncated[i], row(i).truncated) << row(i).value;
         }
     }
 }
@@ -250,57 +266,77 @@ TEST_P(Vector, FloatsAreRoundedToEvenAndSaturated) {
 TEST_P(Vector, SumsKeepWhatSinglePrecisionWouldLose) {
     for (const int n : testLengths()) {
         if (n == 0) continue;
-        std::vector<double> real(static_cast<std::size_t>(n));
-        std::vector<cf32> complex = randomSamples(real.size(), 5);
-        double exactReal = 0.0, exactRe = 0.0, exactIm = 0.0;
-        complex[0].re = 1e6F;
-        for (std::size_t i = 0; i < real.size(); ++i) {
-            real[i] = double{complex[i].im} * 1.0000001;
-            exactReal += real[i];
-            exactRe += double{complex[i].re};
-            exactIm += double{complex[i].im};
-        }
-        double sum = 0.0;
-        cf32 complexSum = {};
-        dspSumF64(real.data(), n, &sum);
-        dspSumCf32(complex.data(), n, &complexSum);
-        ASSERT_NEAR(sum, exactReal, 1e-12);
-        ASSERT_LE(ulpDistance(complexSum.re, exactRe), 0.51);
-        ASSERT_NEAR(double{complexSum.im}, exactIm, 1e-5);
-    }
-}
-
-TEST_P(Vector, DoublesMultiplyInPlace) {
-    for (const int n : testLengths()) {
-        std::vector<double> a(2 * static_cast<std::size_t>(n)), b = a;
-        for (std::size_t i = 0; i < a.size(); ++i) {
-            a[i] = std::sin(1.0 + static_cast<double>(i));
-            b[i] = std::cos(2.0 + static_cast<double>(i));
-        }
-        std::vector<double> real = a, complex = a;
-        dspMulF64(real.data(), b.data(), real.data(), 2 * n);
-        auto* z = reinterpret_cast<cf64*>(complex.data());
-        dspMulCf64(z, reinterpret_cast<const cf64*>(b.data()), z, n);
-        for (std::size_t i = 0; i < a.size(); i += 2) {
-            ASSERT_EQ(real[i], a[i] * b[i]);
-            ASSERT_EQ(real[i + 1], a[i + 1] * b[i + 1]);
-            ASSERT_NEAR(complex[i], product({a[i], a[i + 1]}, {b[i], b[i + 1]}).re, 1e-15);
-            ASSERT_NEAR(complex[i + 1], product({a[i], a[i + 1]}, {b[i], b[i + 1]}).im, 1e-15);
+        for (const std::size_t offset : {0U, 1U}) {
+            Placed<double> real(static_cast<std::size_t>(n), offset);
+            Placed<float> complex(2 * static_cast<std::size_t>(n), offset);
+            double exactReal = 0.0, exactRe = 0.0, exactIm = 0.0;
+            for (int i = 0; i < n; ++i) {
+                exactReal += real.data()[i] = std::sin(1.0 + i);
+                exactRe += double{complex.as<cf32>()[i].re = i == 0 ? 1e6F : static_cast<float>(std::cos(i))};
+                exactIm += double{complex.as<cf32>()[i].im = static_cast<float>(std::sin(3.0 * i))};
+            }
+            double sum = 0.0;
+            cf32 complexSum = {};
+            const auto add = [&] {
+                const NothingAllocated here;
+                dspSumF64(real.data(), n, &sum);
+                dspSumCf32(complex.as<cf32>(), n, &complexSum);
+            };
+            add();
+            ASSERT_NEAR(sum, exactReal, 1e-12);
+            ASSERT_LE(ulpDistance(complexSum.re, exactRe), 0.51);
+            ASSERT_NEAR(double{complexSum.im}, exactIm, 1e-7 * std::fabs(exactIm) + 1e-12);
+            // What isn't a number reaches the sum of its own part from wherever it stands.
+            for (const float bad : {infinity, nan}) {
+                real.data()[n / 2] = double{bad};
+                complex.as<cf32>()[n / 2].re = bad;
+                add();
+                ASSERT_TRUE(agree(sum, double{bad}, 0) && agree(double{complexSum.re}, double{bad}, 0)) << n;
+                ASSERT_NEAR(double{complexSum.im}, exactIm, 1e-7 * std::fabs(exactIm) + 1e-12);
+            }
         }
     }
 }
 
-TEST_P(Vector, FlipsOutOfPlaceAndInPlace) {
+TEST_P(Vector, DoublesMultiplyInPlaceWhereverTheyStand) {
     for (const int n : testLengths()) {
-        std::vector<float> src(static_cast<std::size_t>(n)), dst(src.size() + 1, untouched);
-        for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<float>(i);
-        dspFlip32(src.data(), dst.data(), n);
-        std::vector<float> inPlace = src;
-        dspFlip32(inPlace.data(), inPlace.data(), n);
-        std::reverse(src.begin(), src.end());
-        ASSERT_TRUE(std::equal(src.begin(), src.end(), dst.begin()));
-        ASSERT_EQ(src, inPlace);
-        ASSERT_EQ(dst.back(), untouched);
+        for (const std::size_t offset : {0U, 1U, 3U}) {
+            const std::vector<float> a = awkwardValues(2 * n, n, false),
+                                     b = awkwardValues(2 * n, n + 1, false);
+            const std::vector<double> wideA(a.begin(), a.end()), wideB(b.begin(), b.end());
+            Placed<double> real(wideA, offset), complex(wideA, offset), second(wideB, offset + 1);
+            {
+                const NothingAllocated here;
+                dspMulF64(real.data(), second.data(), real.data(), 2 * n);
+                dspMulCf64(complex.as<cf64>(), second.as<cf64>(), complex.as<cf64>(), n);
+            }
+            for (std::size_t i = 0; i < wideA.size(); i += 2) {
+                const cf64 exact = product({wideA[i], wideA[i + 1]}, {wideB[i], wideB[i + 1]});
+                const double tolerance = 3e-16 * std::hypot(exact.re, exact.im);
+                ASSERT_TRUE(agree(real[i], wideA[i] * wideB[i], 0)) << i << " of " << n;
+                ASSERT_TRUE(agree(real[i + 1], wideA[i + 1] * wideB[i + 1], 0)) << i << " of " << n;
+                ASSERT_TRUE(agree(complex[i], exact.re, tolerance)) << i << " of " << n;
+                ASSERT_TRUE(agree(complex[i + 1], exact.im, tolerance)) << i << " of " << n;
+            }
+            ASSERT_TRUE(real.isGuarded() && complex.isGuarded()) << n;
+        }
+    }
+}
+
+TEST_P(Vector, FlipsOutOfPlaceAndInPlaceWhereverTheyStand) {
+    for (const int n : testLengths()) {
+        for (const std::size_t offset : {0U, 1U, 3U}) {
+            std::vector<float> values(static_cast<std::size_t>(n));
+            for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i);
+            Placed<float> src(values, offset), dst(values.size(), offset + 2);
+            {
+                const NothingAllocated here;
+                dspFlip32(src.data(), dst.data(), n);
+                dspFlip32(src.data(), src.data(), n);
+            }
+            ASSERT_TRUE(std::equal(values.rbegin(), values.rend(), dst.data())) << n;
+            ASSERT_TRUE(src.holdsThoseOf(dst) && src.isGuarded() && dst.isGuarded()) << n;
+        }
     }
 }
 
@@ -339,33 +375,27 @@ TEST(VectorConversion, ScalesByAnyPowerOfTwo) {
     }
 }
 
-TEST(VectorMagnitude, OfASampleDoesNotDependOnThoseBesideIt) {
-    std::vector<cf32> block(64);
-    for (std::size_t i = 0; i < block.size(); ++i) {
-        const auto x = static_cast<float>(i);
-        block[i] = {std::sin(x), i % 8 == 3 ? 0.0F : std::cos(3 * x)};
-        if (i % 16 == 5) block[i] = {0.0F, 0.0F};
-        if (i % 16 == 9) block[i] = {1e-30F * x, 2e-41F};
-    }
-    std::vector<float> together(block.size());
-    dspMagnitudeCf32(block.data(), together.data(), static_cast<int>(block.size()));
-    for (std::size_t i = 0; i < block.size(); ++i) {
-        float alone = -1;
-        dspMagnitudeCf32(&block[i], &alone, 1);
-        EXPECT_EQ(alone, together[i]) << i;
-    }
-}
-
 TEST(VectorMemory, NothingHappensForCountsBelowOne) {
     for (const int n : {0, -1, std::numeric_limits<int>::min()}) {
+        for (const RealOperation& operation : realOperations) operation.run(nullptr, nullptr, nullptr, n);
+        for (const ComplexOperation& operation : complexOperations)
+            operation.run(nullptr, nullptr, nullptr, n);
+        dspZeroBytes(nullptr, n);
+        dspZero32(nullptr, n);
         dspZero64(nullptr, n);
+        dspCopy32(nullptr, nullptr, n);
         dspCopy64(nullptr, nullptr, n);
-        dspMulConstF32(nullptr, 0.0F, nullptr, n);
-        dspMulConstF32(nullptr, 1.0F, nullptr, n);
-        dspLnF32(nullptr, nullptr, n);
-        dspPowerCf32(nullptr, nullptr, n);
+        dspCopyCf64(nullptr, nullptr, n);
+        dspMove32(nullptr, nullptr, n);
+        dspFlip32(nullptr, nullptr, n);
+        dspSetCf64(nullptr, nullptr, n);
+        dspMulF64(nullptr, nullptr, nullptr, n);
+        dspMulCf64(nullptr, nullptr, nullptr, n);
+        dspSumF64(nullptr, n, nullptr);
         dspSumCf32(nullptr, n, nullptr);
-        dspF32ToI16(nullptr, nullptr, n, dspRoundToNearest, -15);
+        dspI16ToF32(nullptr, nullptr, n, 15);
+        for (const int rounding : {dspRoundToNearest, dspRoundToZero})
+            dspF32ToI16(nullptr, nullptr, n, rounding, -15);
     }
     EXPECT_EQ(dspAlloc(0), nullptr);
     EXPECT_EQ(dspAlloc(-5), nullptr);
@@ -373,6 +403,24 @@ TEST(VectorMemory, NothingHappensForCountsBelowOne) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U);
     dspFree(block);
     dspFree(nullptr);
+}
+
+/// The square of 3 as it came out before main, when nothing had chosen any kernels.
+const float squareAtLoad = [] {
+    float x[19];
+    std::fill(std::begin(x), std::end(x), 3.0F);
+    dspSqrF32(x, x, 19);
+    return x[0] == x[18] ? x[0] : nan;
+}();
+
+TEST(VectorKernels, ServeBeforeTheInitialisationWhichPicksTheBest) {
+    EXPECT_EQ(squareAtLoad, 9.0F);
+    std::any_of(std::begin(kernelSets), std::end(kernelSets), [](const KernelSet& set) { return set.use(); });
+    const KernelTable* best = &dspKernels();
+    dspUse(InstructionSet::baseline);
+    dspInitialise();
+    EXPECT_EQ(&dspKernels(), best);
+    dspUse(InstructionSet::baseline);
 }
 
 }  // namespace

@@ -14,73 +14,69 @@ HXR_SIMD F32 polynomial(F32 x, const float (&coefficients)[count]) {
     return sum;
 }
 
-/// A positive float as m 2^k, m from sqrt(1/2) to sqrt(2); of a float that isn't normal only k means
-/// anything.
-struct Split {
-    I32 bits, k;
+/// A positive float as m 2^k, m from sqrt(1/2) to sqrt(2), halfway to its logarithm: f = m - 1, s = f / (m + 1), and
+/// k ln 2 + f. Of a float that isn't normal only k means anything. k stands where the exponent does.
+struct LnParts {
+    F32 f, s, sum;
+    I32 k;
 };
-HXR_SIMD Split splitOf(F32 x) {
-    const I32 bits = bitsOf(x);
-    return {bits, shiftRight<23>(bits - splatInt(__builtin_bit_cast(int, 0.70710678F)))};
+HXR_SIMD LnParts lnBegin(F32 x) {
+    const I32 bits = bitsOf(x),
+              k = (bits - splatInt(__builtin_bit_cast(int, 0.70710678F))) & splatInt(-1 << 23);
+    const F32 m = fromBits(bits - k), one = splat(1.0F), f = m - one;
+    return {f, f / (m + one), mulAdd(toFloat(k), splat(0x1p-23F * 0.693147181F), f), k};
 }
 
-/// ln(m 2^scale) of several vectors: with f = m - 1, it is scale ln 2 + f + f^2 Q(f). Q is summed in pairs of
-/// terms and the vectors advance side by side, since the latency of one long chain would leave the
-/// multipliers idle.
-template <int count>
-HXR_SIMD void lnOf(const Split (&x)[count], const F32 (&scale)[count], F32 (&result)[count]) {
-    static constexpr float q[] = {-0.499999916066F, 0.333339502136F, -0.250017552204F, 0.199620724231F,
-                                  -0.165705091676F, 0.149179717572F, -0.143075143847F, 0.0873483920359F};
-    F32 f[count], f2[count], low[count], high[count];
-    for (int u = 0; u < count; ++u) f[u] = fromBits(x[u].bits - shiftLeft<23>(x[u].k)) - splat(1.0F);
-    for (int u = 0; u < count; ++u) f2[u] = f[u] * f[u];
-    for (int u = 0; u < count; ++u) high[u] = mulAdd(f[u], splat(q[7]), splat(q[6]));
-    for (int u = 0; u < count; ++u) low[u] = mulAdd(f[u], splat(q[5]), splat(q[4]));
-    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], low[u]);
-    for (int u = 0; u < count; ++u) low[u] = mulAdd(f[u], splat(q[3]), splat(q[2]));
-    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], low[u]);
-    for (int u = 0; u < count; ++u) low[u] = mulAdd(f[u], splat(q[1]), splat(q[0]));
-    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], low[u]);
-    for (int u = 0; u < count; ++u) high[u] = mulAdd(f2[u], high[u], f[u]);
-    for (int u = 0; u < count; ++u) result[u] = mulAdd(scale[u], splat(0.693147181F), high[u]);
+/// k ln 2 + ln m. Three terms in s do where a polynomial in f takes eight. The first term of ln m = 2 s + s^3 P(s^2) is
+/// f - s f: with f, which is exact, in front, the rounding of s weighs little.
+HXR_SIMD F32 lnEnd(const LnParts& x) {
+    const F32 s2 = x.s * x.s;
+    const F32 p =
+        mulAdd(s2, mulAdd(s2, splat(0.298717286950F), splat(0.399775415419F)), splat(0.666667763819F));
+    return mulAdd(x.s, mulSub(s2, p, x.f), x.sum);
 }
 
 /// ln x with all that a float can be among the lanes.
 HXR_SIMD F32 lnOfAnything(F32 x) {
     const F32 zero = splat(0.0F), infinity = splat(__builtin_inff());
     const Mask denormal = less(x, splat(0x1p-126F));
-    const Split parts[1] = {splitOf(select(denormal, x * splat(0x1p23F), x))};
-    const F32 scale[1] = {toFloat(parts[0].k) + select(denormal, splat(-23.0F), zero)};
-    F32 ln[1];
-    lnOf(parts, scale, ln);
-    F32 result = select(less(x, infinity), ln[0], x);  // infinity and NaN
+    const F32 ln = lnEnd(lnBegin(select(denormal, x * splat(0x1p23F), x)));
+    F32 result = ln - select(denormal, splat(23 * 0.693147181F), zero);
+    result = select(less(x, infinity), result, x);  // infinity and NaN
     result = select(equal(x, zero), splat(-__builtin_inff()), result);
     return select(less(x, zero), splat(__builtin_nanf("")), result);
 }
 
-static void lnF32(const float* src, float* dst, int n) {
-    constexpr int block = unrolled * lanes;
-    // Powers of samples lie between 2^-100 and 2^28. Outside, k + 100 doesn't fit 7 bits, and zeros,
-    // denormals, negative values, infinities and NaN are all outside: a single test of a whole block finds
-    // them.
-    const I32 offset = splatInt(100);
+/// Takes vectors until the first that holds a value out of the common range. Powers of samples lie between 2^-100 and 2^28.
+/// Outside, k + 100 doesn't fit 7 bits, and zeros, denormals, negative values, infinities and NaN are all outside. A
+/// vector's division runs beside the sums of the vector before.
+/// @return elements taken
+HXR_SIMD std::ptrdiff_t lnCommon(const float* src, float* dst, std::ptrdiff_t n) {
+    const auto isCommon = [](const LnParts& x)
+                              HXR_INLINE { return noneHas(splatInt(-1 << 30), x.k + splatInt(100 << 23)); };
+    LnParts a = lnBegin(load(src));
+    if (!isCommon(a)) return 0;
     std::ptrdiff_t i = 0;
-    while (i + block <= n) {
-        for (; i + block <= n; i += block) {
-            Split x[unrolled];
-            for (int u = 0; u < unrolled; ++u) x[u] = splitOf(load(src + i + u * lanes));
-            const I32 ranges =
-                ((x[0].k + offset) | (x[1].k + offset)) | ((x[2].k + offset) | (x[3].k + offset));
-            if (!allBelow128(ranges)) break;
-            F32 scale[unrolled], result[unrolled];
-            for (int u = 0; u < unrolled; ++u) scale[u] = toFloat(x[u].k);
-            lnOf(x, scale, result);
-            for (int u = 0; u < unrolled; ++u) store(dst + i + u * lanes, result[u]);
-        }
-        if (i + block > n) break;
-        for (int u = 0; u < unrolled; ++u)
-            store(dst + i + u * lanes, lnOfAnything(load(src + i + u * lanes)));
-        i += block;
+    for (; i + 3 * lanes <= n; i += 2 * lanes) {
+        const LnParts b = lnBegin(load(src + i + lanes));
+        const bool bIsCommon = isCommon(b);
+        store(dst + i, lnEnd(a));
+        if (!bIsCommon) return i + lanes;
+        a = lnBegin(load(src + i + 2 * lanes));
+        const bool aIsCommon = isCommon(a);
+        store(dst + i + lanes, lnEnd(b));
+        if (!aIsCommon) return i + 2 * lanes;
+    }
+    store(dst + i, lnEnd(a));
+    return i + lanes;
+}
+
+static void lnF32(const float* src, float* dst, int n) {
+    std::ptrdiff_t i = 0;
+    while (i + lanes <= n) {
+        const std::ptrdiff_t taken = lnCommon(src + i, dst + i, n - i);
+        if (taken == 0) store(dst + i, lnOfAnything(load(src + i)));
+        i += taken > 0 ? taken : lanes;
     }
     mapReal(
         dst + i, n - i, [](F32 x) HXR_INLINE { return lnOfAnything(x); }, src + i);

@@ -21,7 +21,9 @@ HXR_SIMD F32 splat(float x) { return {_mm256_set1_ps(x)}; }
 HXR_SIMD F32 operator+(F32 a, F32 b) { return {_mm256_add_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator-(F32 a, F32 b) { return {_mm256_sub_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator*(F32 a, F32 b) { return {_mm256_mul_ps(a.v, b.v)}; }
+HXR_SIMD F32 operator/(F32 a, F32 b) { return {_mm256_div_ps(a.v, b.v)}; }
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return {_mm256_fmadd_ps(a.v, b.v, c.v)}; }
+HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return {_mm256_fmsub_ps(a.v, b.v, c.v)}; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return {_mm256_fnmadd_ps(a.v, b.v, c.v)}; }
 HXR_SIMD F32 squareRoot(F32 a) { return {_mm256_sqrt_ps(a.v)}; }
 HXR_SIMD F32 larger(F32 a, F32 b) { return {_mm256_max_ps(a.v, b.v)}; }
@@ -36,8 +38,8 @@ HXR_SIMD F32 select(Mask m, F32 yes, F32 no) { return {_mm256_blendv_ps(no.v, ye
 HXR_SIMD I32 splatInt(int x) { return {_mm256_set1_epi32(x)}; }
 HXR_SIMD I32 operator+(I32 a, I32 b) { return {_mm256_add_epi32(a.v, b.v)}; }
 HXR_SIMD I32 operator-(I32 a, I32 b) { return {_mm256_sub_epi32(a.v, b.v)}; }
-HXR_SIMD I32 operator|(I32 a, I32 b) { return {_mm256_or_si256(a.v, b.v)}; }
-HXR_SIMD bool allBelow128(I32 a) { return _mm256_testz_si256(a.v, _mm256_set1_epi32(-128)) != 0; }
+HXR_SIMD I32 operator&(I32 a, I32 b) { return {_mm256_and_si256(a.v, b.v)}; }
+HXR_SIMD bool noneHas(I32 bits, I32 a) { return _mm256_testz_si256(a.v, bits.v) != 0; }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {
     return {_mm256_slli_epi32(a.v, bits)};

@@ -23,7 +23,9 @@ HXR_SIMD F32 splat(float x) { return {_mm512_set1_ps(x)}; }
 HXR_SIMD F32 operator+(F32 a, F32 b) { return {_mm512_add_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator-(F32 a, F32 b) { return {_mm512_sub_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator*(F32 a, F32 b) { return {_mm512_mul_ps(a.v, b.v)}; }
+HXR_SIMD F32 operator/(F32 a, F32 b) { return {_mm512_div_ps(a.v, b.v)}; }
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return {_mm512_fmadd_ps(a.v, b.v, c.v)}; }
+HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return {_mm512_fmsub_ps(a.v, b.v, c.v)}; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return {_mm512_fnmadd_ps(a.v, b.v, c.v)}; }
 HXR_SIMD F32 squareRoot(F32 a) { return {_mm512_sqrt_ps(a.v)}; }
 HXR_SIMD F32 larger(F32 a, F32 b) { return {_mm512_max_ps(a.v, b.v)}; }
@@ -38,8 +40,8 @@ HXR_SIMD F32 select(Mask m, F32 yes, F32 no) { return {_mm512_mask_blend_ps(m.v,
 HXR_SIMD I32 splatInt(int x) { return {_mm512_set1_epi32(x)}; }
 HXR_SIMD I32 operator+(I32 a, I32 b) { return {_mm512_add_epi32(a.v, b.v)}; }
 HXR_SIMD I32 operator-(I32 a, I32 b) { return {_mm512_sub_epi32(a.v, b.v)}; }
-HXR_SIMD I32 operator|(I32 a, I32 b) { return {_mm512_or_si512(a.v, b.v)}; }
-HXR_SIMD bool allBelow128(I32 a) { return _mm512_test_epi32_mask(a.v, _mm512_set1_epi32(-128)) == 0; }
+HXR_SIMD I32 operator&(I32 a, I32 b) { return {_mm512_and_si512(a.v, b.v)}; }
+HXR_SIMD bool noneHas(I32 bits, I32 a) { return _mm512_test_epi32_mask(a.v, bits.v) == 0; }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {
     return {_mm512_slli_epi32(a.v, bits)};

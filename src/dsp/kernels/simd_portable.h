@@ -1,5 +1,5 @@
-// The vector wrapper in plain C++: 4 lanes, for processors without one of their own. Included by simd.h
-// inside the kernel set's namespace.
+// The vector wrapper in plain C++: 4 lanes, the baseline of processors without one of their own. The tests build and run
+// it on every processor. Included by simd.h inside the kernel set's namespace.
 
 inline constexpr int lanes = 4;
 
@@ -41,7 +41,11 @@ HXR_SIMD F32 operator-(F32 a, F32 b) {
 HXR_SIMD F32 operator*(F32 a, F32 b) {
     return perLane<F32>([&](int i) { return a.v[i] * b.v[i]; });
 }
+HXR_SIMD F32 operator/(F32 a, F32 b) {
+    return perLane<F32>([&](int i) { return a.v[i] / b.v[i]; });
+}
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return a * b + c; }
+HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return a * b - c; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return c - a * b; }
 HXR_SIMD F32 squareRoot(F32 a) {
     return perLane<F32>([&](int i) { return __builtin_sqrtf(a.v[i]); });
@@ -77,10 +81,10 @@ HXR_SIMD I32 operator+(I32 a, I32 b) {
 HXR_SIMD I32 operator-(I32 a, I32 b) {
     return perLane<I32>([&](int i) { return wrapped(std::int64_t{a.v[i]} - b.v[i]); });
 }
-HXR_SIMD I32 operator|(I32 a, I32 b) {
-    return perLane<I32>([&](int i) { return a.v[i] | b.v[i]; });
+HXR_SIMD I32 operator&(I32 a, I32 b) {
+    return perLane<I32>([&](int i) { return a.v[i] & b.v[i]; });
 }
-HXR_SIMD bool allBelow128(I32 a) { return ((a.v[0] | a.v[1] | a.v[2] | a.v[3]) & -128) == 0; }
+HXR_SIMD bool noneHas(I32 bits, I32 a) { return ((a.v[0] | a.v[1] | a.v[2] | a.v[3]) & bits.v[0]) == 0; }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {
     return perLane<I32>([&](int i) { return wrapped(std::int64_t{a.v[i]} << bits); });

@@ -21,7 +21,9 @@ HXR_SIMD F32 splat(float x) { return {_mm_set1_ps(x)}; }
 HXR_SIMD F32 operator+(F32 a, F32 b) { return {_mm_add_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator-(F32 a, F32 b) { return {_mm_sub_ps(a.v, b.v)}; }
 HXR_SIMD F32 operator*(F32 a, F32 b) { return {_mm_mul_ps(a.v, b.v)}; }
+HXR_SIMD F32 operator/(F32 a, F32 b) { return {_mm_div_ps(a.v, b.v)}; }
 HXR_SIMD F32 mulAdd(F32 a, F32 b, F32 c) { return a * b + c; }
+HXR_SIMD F32 mulSub(F32 a, F32 b, F32 c) { return a * b - c; }
 HXR_SIMD F32 negMulAdd(F32 a, F32 b, F32 c) { return c - a * b; }
 HXR_SIMD F32 squareRoot(F32 a) { return {_mm_sqrt_ps(a.v)}; }
 HXR_SIMD F32 larger(F32 a, F32 b) { return {_mm_max_ps(a.v, b.v)}; }
@@ -38,9 +40,9 @@ HXR_SIMD F32 select(Mask m, F32 yes, F32 no) {
 HXR_SIMD I32 splatInt(int x) { return {_mm_set1_epi32(x)}; }
 HXR_SIMD I32 operator+(I32 a, I32 b) { return {_mm_add_epi32(a.v, b.v)}; }
 HXR_SIMD I32 operator-(I32 a, I32 b) { return {_mm_sub_epi32(a.v, b.v)}; }
-HXR_SIMD I32 operator|(I32 a, I32 b) { return {_mm_or_si128(a.v, b.v)}; }
-HXR_SIMD bool allBelow128(I32 a) {
-    return _mm_movemask_epi8(_mm_cmpeq_epi32(_mm_srli_epi32(a.v, 7), _mm_setzero_si128())) == 65535;
+HXR_SIMD I32 operator&(I32 a, I32 b) { return {_mm_and_si128(a.v, b.v)}; }
+HXR_SIMD bool noneHas(I32 bits, I32 a) {
+    return _mm_movemask_epi8(_mm_cmpeq_epi32(_mm_and_si128(a.v, bits.v), _mm_setzero_si128())) == 65535;
 }
 template <int bits>
 HXR_SIMD I32 shiftLeft(I32 a) {
