@@ -5,14 +5,12 @@
 
 #include "dsp_test.h"
 
-namespace hxr {
-thread_local long allocations = 0;
-}
-
 namespace {
 
+thread_local long blocks = 0;
+
 void* allocate(std::size_t bytes, std::size_t alignment) noexcept {
-    ++hxr::allocations;
+    ++blocks;
     return std::aligned_alloc(alignment, (bytes / alignment + 1) * alignment);
 }
 
@@ -23,6 +21,8 @@ void* allocateOrThrow(std::size_t bytes, std::size_t alignment) {
 }
 
 }  // namespace
+
+long hxr::allocations() { return blocks; }
 
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): these are the allocation functions
 void* operator new(std::size_t bytes) { return allocateOrThrow(bytes, alignof(std::max_align_t)); }

@@ -51,18 +51,18 @@ class EveryKernelSet : public testing::TestWithParam<KernelSet> {
                              [](const auto& set) { return std::string(set.param.name); })
 
 /// Blocks that this thread has asked operator new for.
-extern thread_local long allocations;
+long allocations();
 
 /// Fails the test if anything allocates during its life.
 class NothingAllocated {
   public:
     NothingAllocated() = default;
-    ~NothingAllocated() { EXPECT_EQ(allocations, before_) << "an operation allocated memory"; }
+    ~NothingAllocated() { EXPECT_EQ(allocations(), before_) << "an operation allocated memory"; }
     NothingAllocated(const NothingAllocated&) = delete;
     NothingAllocated& operator=(const NothingAllocated&) = delete;
 
   private:
-    const long before_ = allocations;
+    const long before_ = allocations();
 };
 
 /// An array `offset` elements behind an aligned address, with a guard behind and, but at offset 0, before it.
