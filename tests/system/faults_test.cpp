@@ -151,11 +151,11 @@ TEST_F(Faults, AUnitThatStartsLateIsFoundByTheNextConnect) {
 TEST_F(Faults, AfterTheLinkIsLostGettersAndCloseStillWork) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
+    forgetWhatWasSent(unit);
     unit.faults().silenceAfterReplies(0);
     clock.shortenTimeouts(20);
     clock.advance(1001ms);
     float supply = -1;
-    unit.clearRecording();
     EXPECT_EQ(hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr), hxrConnectionLostErr);
     EXPECT_EQ(supply, -1);
     ASSERT_TRUE(unit.recording().waitForPackets(1, 10s));
