@@ -147,19 +147,20 @@ extern "C" {
  * Connects to a unit and brings it up.
  *
  * The first connect of a unit reads its calibration from the unit's flash and keeps a copy on this host; later ones
- * use the copy as long as it is up to date.
+ * use the copy as long as it is up to date. Bringing the unit up takes 0.8 seconds, in which its chips settle.
  *
  * @param handle      receives 0 to 3, to be used in all other entries
  * @param hostAddr    IPv4 address of this host's interface to the unit, dotted decimal
  * @param deviceAddr  IPv4 address of the unit, dotted decimal
- * @param port        UDP port of the control link at both ends, 1 to 65535
+ * @param port        UDP port of the control link at both ends, 1 to 65535 but not 4991, on which samples come
  *
  * @return hxrNoError, or hxrCalChecksumFailed with a usable unit;
  *         hxrNullPointerErr if a pointer is null; hxrMaxDevicesConnectedErr if four units are open;
  *         hxrDeviceNotFoundErr if an address is no dotted quad or the link can't be opened;
  *         hxrConnectionLostErr if the unit doesn't answer, which takes four seconds to tell;
- *         hxrDataSyncErr if its status doesn't come or is no status record; hxrADCAlignmentErr if its converter clocks are not aligned;
- *         hxrMemoryAllocationErr. After an error nothing is left open and *handle is as it was.
+ *         hxrInvalidConfigurationErr for port 4991; hxrDataSyncErr if the unit's status at the end doesn't come or is
+ *         no status record; hxrADCAlignmentErr if its converter clocks are not aligned; hxrMemoryAllocationErr. After
+ *         an error nothing is left open and *handle is as it was.
  */
 HXR_API HXRStatus hxrConnectDevice(int* handle, const char* hostAddr, const char* deviceAddr, uint16_t port);
 
@@ -662,7 +663,7 @@ HXR_API HXRStatus hxrGetGPSHoldoverInfo(int handle, int* usingHoldover, uint64_t
 
 /**
  * Gives the state of GPS, from a new status unless a sweep is under way: 0 no usable fix, 1 a good fix, 2 a good fix
- * with the unit disciplining its timebase. A good fix knows the time to 250 ns and better.
+ * with the unit disciplining its timebase. A good fix knows the time to better than 250 ns.
  *
  * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrConnectionLostErr, with the last known state written
  */
@@ -717,7 +718,10 @@ HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
  */
 HXR_API HXRStatus hxrAdminGetLOLockFlags(int handle, int* first, int* second);
 
-/** Gives the timebase value without the part that follows temperature. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+/**
+ * Gives the timebase value without the part that follows temperature.
+ * @return hxrInvalidDeviceErr, hxrNullPointerErr
+ */
 HXR_API HXRStatus hxrAdminGetCoarseTuneVal(int handle, uint16_t* value);
 
 /**
@@ -732,7 +736,10 @@ HXR_API HXRStatus hxrAdminSetCoarseTuneVal(int handle, uint16_t value);
  */
 HXR_API HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh);
 
-/** Loads the high synthesizers of the handle's unit and switches them off. @return hxrInvalidDeviceErr, hxrConnectionLostErr */
+/**
+ * Loads the high synthesizers of the handle's unit and switches them off.
+ * @return hxrInvalidDeviceErr, hxrConnectionLostErr
+ */
 HXR_API HXRStatus hxrAdminReInitChans(int handle);
 
 /**

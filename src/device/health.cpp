@@ -67,14 +67,12 @@ void takeOver(const StatusRecord& record, std::uint64_t ticks, LastStatus& statu
 
 void parseStatus(HXRDevice& device, const StatusRecord* record) {
     if (record == nullptr) return;
+    if (!record->magicIsRight()) {
+        device.lastStatus.update([](LastStatus& status) { status.dataSyncFault = true; });
+        return;
+    }
     const std::uint64_t now = device.clock->monotonicMs();
-    device.lastStatus.update([&](LastStatus& status) {
-        if (record->magicIsRight()) {
-            takeOver(*record, now, status);
-        } else {
-            status.dataSyncFault = true;
-        }
-    });
+    device.lastStatus.update([&](LastStatus& status) { takeOver(*record, now, status); });
     followGps(device);
 }
 

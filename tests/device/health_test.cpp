@@ -7,37 +7,17 @@
 #include <vector>
 
 #include "support/scripted_endpoint.h"
+#include "support/status_datagram.h"
 #include "support/test_clock.h"
 
 namespace hxr {
 namespace {
 
-/// A status datagram of the unit, field by field.
-class Datagram {
-  public:
-    Datagram() : bytes_(320) { put32(0, 0x52000050).put16(290, 0x0F00); }
-
-    Datagram& put16(std::size_t offset, unsigned value) {
-        bytes_[offset] = static_cast<std::byte>(value);
-        bytes_[offset + 1] = static_cast<std::byte>(value >> 8);
-        return *this;
-    }
-    Datagram& put32(std::size_t offset, unsigned value) {
-        return put16(offset, value & 0xFFFF).put16(offset + 2, value >> 16);
-    }
-    Datagram& resize(std::size_t size) {
-        bytes_.resize(size);
-        return *this;
-    }
-    StatusRecord record() const { return StatusRecord(bytes_); }
-
-  private:
-    std::vector<std::byte> bytes_;
-};
+using test::StatusDatagram;
 
 class Health : public testing::Test {
   protected:
-    LastStatus parse(const Datagram& datagram) {
+    LastStatus parse(const StatusDatagram& datagram) {
         const StatusRecord record = datagram.record();
         parseStatus(device, &record);
         return device.lastStatus.copy();
@@ -57,7 +37,7 @@ unsigned codeOf(double degrees) {
 }
 
 TEST_F(Health, ReadsEveryFieldAtItsPlace) {
-    Datagram datagram;
+    StatusDatagram datagram;
     datagram.put32(12, 0x4E61BC00).put16(272, 1100).put16(274, 1003).put16(276, 1800).put16(278, 1650);
     datagram.put16(280, 0x0102).put16(282, 0x0304).put16(284, 100 << 2).put16(286, 0x1000 | 1023 << 2);
     datagram.put16(288, 0x8123)
@@ -93,13 +73,13 @@ TEST_F(Health, ReadsEveryFieldAtItsPlace) {
 }
 
 TEST_F(Health, RefusesWhatIsNoRecordAndKeepsAllElse) {
-    parse(Datagram().put16(272, 1000));
+    parse(StatusDatagram().put16(272, 1000));
     clock.advance(std::chrono::milliseconds(500));
-    std::vector<Datagram> noRecords;
-    for (const std::size_t size : {0U, 3U, 319U}) noRecords.push_back(Datagram().resize(size));
-    noRecords.push_back(Datagram().put32(0, 0x52000051));
-    noRecords.push_back(Datagram().put32(0, 0));
-    for (const Datagram& datagram : noRecords) {
+    std::vector<StatusDatagram> noRecords;
+    for (const std::size_t size : {0U, 3U, 319U}) noRecords.push_back(StatusDatagram().resize(size));
+    noRecords.push_back(StatusDatagram().put32(0, 0x52000051));
+    noRecords.push_back(StatusDatagram().put32(0, 0));
+    for (const StatusDatagram& datagram : noRecords) {
         const LastStatus status = parse(datagram);
         EXPECT_TRUE(status.dataSyncFault);
         EXPECT_EQ(status.supplyVoltage, 11.0F);
@@ -107,8 +87,8 @@ TEST_F(Health, RefusesWhatIsNoRecordAndKeepsAllElse) {
     }
     parseStatus(device, nullptr);
     EXPECT_TRUE(device.lastStatus.copy().dataSyncFault);
-    EXPECT_FALSE(parse(Datagram()).dataSyncFault);
-    EXPECT_FALSE(parse(Datagram().resize(2000)).dataSyncFault);
+    EXPECT_FALSE(parse(StatusDatagram()).dataSyncFault);
+    EXPECT_FALSE(parse(StatusDatagram().resize(2000)).dataSyncFault);
 }
 
 TEST_F(Health, ClocksAreAlignedWithAllFourBitsOnly) {
@@ -118,7 +98,8 @@ TEST_F(Health, ClocksAreAlignedWithAllFourBitsOnly) {
                                       {0x0700, true},
                                       {0xF0FF, true},
                                       {0, true}}) {
-        EXPECT_EQ(parse(Datagram().put16(290, static_cast<unsigned>(bits))).adcAlignFault, fault) << bits;
+        EXPECT_EQ(parse(StatusDatagram().put16(290, static_cast<unsigned>(bits))).adcAlignFault, fault)
+            << bits;
     }
 }
 
@@ -132,19 +113,19 @@ TEST_F(Health, DriftHasAHysteresis) {
                                            {15.75, true},
                                            {17.0, true},
                                            {17.25, false}}) {
-        EXPECT_EQ(parse(Datagram().put16(284, codeOf(degrees))).tempDrifted, drifted) << degrees;
+        EXPECT_EQ(parse(StatusDatagram().put16(284, codeOf(degrees))).tempDrifted, drifted) << degrees;
     }
 }
 
 TEST_F(Health, TakesThePeersAddressAroundTheGap) {
     const StatusRecord record =
-        Datagram().put16(312, 0x0211).put16(314, 0xFFFF).put32(316, 0xA2B3C4D5).record();
+        StatusDatagram().put16(312, 0x0211).put16(314, 0xFFFF).put32(316, 0xA2B3C4D5).record();
     EXPECT_EQ(record.peerAddress(), 0x0211A2B3C4D5U);
 }
 
 TEST_F(Health, ReadersSeeWholeRecordsOnly) {
     std::thread writer([&] {
-        for (unsigned i = 0; i < 2000; ++i) parse(Datagram().put16(280, i % 500).put16(282, i % 500));
+        for (unsigned i = 0; i < 2000; ++i) parse(StatusDatagram().put16(280, i % 500).put16(282, i % 500));
     });
     for (int i = 0; i < 2000; ++i) {
         const LastStatus status = device.lastStatus.copy();

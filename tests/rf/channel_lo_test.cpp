@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "rf/words_text.h"
+#include "support/words_text.h"
 
 namespace hxr {
 namespace {

@@ -7,7 +7,7 @@
 #include "rf/generator_path.h"
 #include "rf/ratio_table.h"
 #include "rf/rest_words.h"
-#include "rf/words_text.h"
+#include "support/words_text.h"
 
 namespace hxr {
 namespace {

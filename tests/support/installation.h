@@ -36,6 +36,12 @@ class Installation : public testing::Test {
     /// Datagrams that a unit has got since its recording was cleared, with all that had left this host by now.
     static std::size_t datagramsAt(sim::SimulatedUnit& unit);
 
+    /// Clears a unit's recording of all that had left this host by now.
+    static void forgetWhatWasSent(sim::SimulatedUnit& unit) {
+        datagramsAt(unit);
+        unit.clearRecording();
+    }
+
     /// The unit's calibration cache file, where the folder is as it should be.
     std::filesystem::path cacheFile(int position = 0) const;
 

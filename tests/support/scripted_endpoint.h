@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ class ScriptedEndpoint final : public UDPDevice {
     std::optional<std::size_t> shortSend;        ///< this send, counted from 0, transfers fewer bytes
     std::optional<std::size_t> lostAt;           ///< from this send on the endpoint is lost
     std::vector<std::string> calls;              ///< what was asked for, in order
+    std::function<void()> onSend = [] {};        ///< called behind each send
 
     bool isOpen() const override { return open_; }
     bool open(const char* local, const char* remote, std::uint16_t localPort,
@@ -42,6 +44,7 @@ class ScriptedEndpoint final : public UDPDevice {
     void send(int slot, const std::uint32_t* words) override {
         note("send", slot);
         sent.emplace_back(words, words + wordsPerPacket);
+        onSend();
     }
     std::size_t waitSend(int slot) override {
         note("wait", slot);

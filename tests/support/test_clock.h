@@ -37,6 +37,12 @@ class TestClock final : public platform::Clock {
     void advance(std::chrono::milliseconds time) { monotonicMs_ += static_cast<std::uint64_t>(time.count()); }
     void setUtcSeconds(std::int64_t seconds) { utcSeconds_ = seconds; }
 
+    /// All pauses so far.
+    std::vector<std::chrono::milliseconds> sleeps() const {
+        const std::lock_guard lock(mutex_);
+        return sleeps_;
+    }
+
     std::vector<std::chrono::milliseconds> timeouts() const {
         const std::lock_guard lock(mutex_);
         return timeouts_;

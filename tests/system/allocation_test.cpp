@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <new>
 
 #include "support/installation.h"
+#include "support/process_resources.h"
 
 namespace {
 
@@ -52,11 +52,9 @@ void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std:
 namespace hxr {
 namespace {
 
-class Allocation : public test::Installation {};
+using test::openDescriptors;
 
-std::size_t openDescriptors() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
+class Allocation : public test::Installation {};
 
 /// Makes one allocation more of `call` succeed each time, until nothing fails any more.
 /// @param afterFailure  looks at what a failure has left

@@ -1,7 +1,6 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -10,26 +9,14 @@
 #include <vector>
 
 #include "support/installation.h"
+#include "support/process_resources.h"
 
 namespace hxr {
 namespace {
 
 using test::Installation;
-
-std::size_t entriesOf(const char* folder) {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
-std::size_t openDescriptors() { return entriesOf("/proc/self/fd"); }
-
-/// Threads of this process; one that was joined may stay on the list for a moment.
-std::size_t threads(std::size_t expected) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (entriesOf("/proc/self/task") != expected && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    return entriesOf("/proc/self/task");
-}
+using test::openDescriptors;
+using test::threads;
 
 std::size_t residentPages() {
     std::size_t total = 0, resident = 0;
@@ -62,8 +49,8 @@ constexpr int rounds = 200;
 TEST_F(Endurance, ConnectingHundredsOfTimesUsesNothingUp) {
     sim::SimulatedUnit& unit = startUnit();
     const auto round = [&](int number) {
-        // Every other connect fails, each time a little later in the attach.
-        unit.faults().silenceAfterReplies(number % 2 == 0 ? 1000 : static_cast<std::size_t>(number / 2 % 9));
+        // Every other connect fails, each time a little later.
+        unit.faults().silenceAfterReplies(number % 2 == 0 ? 1000 : static_cast<std::size_t>(number / 2 % 10));
         clock.shortenTimeouts(number % 2 == 0 ? 1 : 40);
         EXPECT_EQ(connect() == hxrNoError, number % 2 == 0) << number;
         if (number % 2 == 0) {
@@ -77,7 +64,7 @@ TEST_F(Endurance, ConnectingHundredsOfTimesUsesNothingUp) {
     };
     for (int i = 0; i < 20; ++i) round(i);
     while (!threadsNamed("HXR Receive").empty()) std::this_thread::yield();
-    const std::size_t descriptorsBefore = openDescriptors(), threadsBefore = entriesOf("/proc/self/task"),
+    const std::size_t descriptorsBefore = openDescriptors(), threadsBefore = threads(),
                       pagesBefore = residentPages();
     for (int i = 0; i < rounds; ++i) round(i);
     EXPECT_EQ(openDescriptors(), descriptorsBefore);
@@ -91,7 +78,7 @@ TEST_F(Threads, BlockSignalsAndEndWithTheDevice) {
     startUnit();
     ASSERT_EQ(connect(), hxrNoError);
     const auto movers = threadsNamed("HXR Receive");
-    EXPECT_EQ(movers.size(), 1U);
+    EXPECT_EQ(movers.size(), 2U);  // of the control and of the data endpoint
     for (const std::string& mover : movers) {
         // All but those that the system keeps for itself.
         const auto blocked = std::stoull(threadField(mover, "SigBlk"), nullptr, 16);
@@ -99,9 +86,9 @@ TEST_F(Threads, BlockSignalsAndEndWithTheDevice) {
         constexpr unsigned long long keptByTheSystem = 1ULL << 31 | 1ULL << 32;
         EXPECT_EQ(blocked | killAndStop | keptByTheSystem, ~0ULL) << std::hex << blocked;
     }
-    const std::size_t withDevice = entriesOf("/proc/self/task");
+    const std::size_t withDevice = threads();
     hxrCloseDevice(handle);
-    EXPECT_EQ(threads(withDevice - 1), withDevice - 1);
+    EXPECT_EQ(threads(withDevice - movers.size()), withDevice - movers.size());
     EXPECT_TRUE(threadsNamed("HXR Receive").empty());
 }
 

@@ -58,7 +58,22 @@ TEST(Handles, AreCheckedBeforePointers) {
         [](int handle) { return hxrSetFanEnabled(handle, 1); },
         [](int handle) { return hxrGetFanEnabled(handle, nullptr); },
         [](int handle) { return hxrSetFanSetPoint(handle, 20); },
-        [](int handle) { return hxrGetFanSetPoint(handle, nullptr); }};
+        [](int handle) { return hxrGetFanSetPoint(handle, nullptr); },
+        [](int handle) { return hxrInitiate(handle); },
+        [](int handle) { return hxrAbort(handle); },
+        [](int handle) { return hxrSetReference(handle, 2); },
+        [](int handle) { return hxrGetReference(handle, nullptr); },
+        [](int handle) { return hxrSetGPSTimebaseUpdate(handle, 2); },
+        [](int handle) { return hxrGetGPSTimebaseUpdate(handle, nullptr); },
+        [](int handle) { return hxrGetGPSHoldoverInfo(handle, nullptr, nullptr); },
+        [](int handle) { return hxrGetGPSState(handle, nullptr); },
+        [](int handle) { return hxrGetGPSInfo(handle, 1, nullptr, nullptr, nullptr, nullptr, nullptr); },
+        [](int handle) { return hxrWriteMessageToGPS(handle, 0, 0, 9); },
+        [](int handle) { return hxrAdminGetLOLockFlags(handle, nullptr, nullptr); },
+        [](int handle) { return hxrAdminGetCoarseTuneVal(handle, nullptr); },
+        [](int handle) { return hxrAdminSetCoarseTuneVal(handle, 0); },
+        [](int handle) { return hxrAdminInitFullBandLOs(handle, true, true); },
+        [](int handle) { return hxrAdminReInitChans(handle); }};
     for (const int handle : {-1, 0, 3, 4, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
         for (const auto& entry : entries) EXPECT_EQ(entry(handle), hxrInvalidDeviceErr) << handle;
     }
@@ -85,7 +100,14 @@ TEST_F(Entries, RefuseNullPointers) {
     EXPECT_EQ(hxrGetFullDeviceDiagnostics(handle, nullptr), hxrNullPointerErr);
     EXPECT_EQ(hxrGetFanEnabled(handle, nullptr), hxrNullPointerErr);
     EXPECT_EQ(hxrGetFanSetPoint(handle, nullptr), hxrNullPointerErr);
+    EXPECT_EQ(hxrGetReference(handle, nullptr), hxrNullPointerErr);
+    EXPECT_EQ(hxrGetGPSTimebaseUpdate(handle, nullptr), hxrNullPointerErr);
+    EXPECT_EQ(hxrGetGPSState(handle, nullptr), hxrNullPointerErr);
+    EXPECT_EQ(hxrAdminGetCoarseTuneVal(handle, nullptr), hxrNullPointerErr);
     EXPECT_EQ(hxrGetDeviceDiagnostics(handle, nullptr, nullptr, nullptr), hxrNoError);
+    EXPECT_EQ(hxrGetGPSHoldoverInfo(handle, nullptr, nullptr), hxrNoError);
+    EXPECT_EQ(hxrGetGPSInfo(handle, 1, nullptr, nullptr, nullptr, nullptr, nullptr), hxrNoError);
+    EXPECT_EQ(hxrAdminGetLOLockFlags(handle, nullptr, nullptr), hxrNoError);
 }
 
 TEST_F(Entries, RefuseTextsThatAreNoAddresses) {
@@ -111,7 +133,7 @@ TEST_F(Entries, GiveThreeOfTheElevenHealthValues) {
 TEST_F(Entries, AskTheUnitAtMostOnceASecond) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
-    unit.clearRecording();
+    forgetWhatWasSent(unit);
     float supply = 0;
     clock.advance(1000ms);
     hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr);
@@ -158,7 +180,7 @@ TEST_F(Entries, SetTheFan) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
     for (const Case& c : cases) {
-        unit.clearRecording();
+        forgetWhatWasSent(unit);
         EXPECT_EQ(c.call(handle), c.status);
         if (c.word != 0) {
             ASSERT_TRUE(unit.recording().waitForPackets(1, 5s));
@@ -181,7 +203,7 @@ TEST_F(Entries, PutAUnitToRestWordForWord) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
     device(handle).loContext.lowLoReady.fill(true);
-    unit.clearRecording();
+    forgetWhatWasSent(unit);
     EXPECT_EQ(hxrSetLowPowerState(handle), hxrNoError);
     ASSERT_TRUE(unit.recording().waitForPackets(1, 5s));
     const Words expected{1,          0x41000081, 0x42000081, 0x43000081, 0x44000081, 0x45000081, 0x51043F27,
@@ -199,8 +221,12 @@ TEST_F(Entries, PutAUnitToRestWordForWord) {
 TEST_F(Entries, LeaveAnInitiatedUnitAlone) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
-    unit.clearRecording();
+    forgetWhatWasSent(unit);
     device(handle).initiated = true;
+    EXPECT_EQ(hxrSetReference(handle, 0), hxrInvalidConfigurationErr);
+    EXPECT_EQ(hxrSetGPSTimebaseUpdate(handle, 0), hxrInvalidConfigurationErr);
+    EXPECT_EQ(hxrWriteMessageToGPS(handle, 0x20110021, 2, 1), hxrInvalidConfigurationErr);
+    EXPECT_EQ(hxrAdminSetCoarseTuneVal(handle, 1), hxrInvalidConfigurationErr);
     EXPECT_EQ(hxrSetFanEnabled(handle, 0), hxrInvalidConfigurationErr);
     EXPECT_EQ(hxrSetFanSetPoint(handle, 30), hxrInvalidConfigurationErr);
     EXPECT_EQ(hxrSetLowPowerState(handle), hxrInvalidConfigurationErr);
@@ -209,6 +235,7 @@ TEST_F(Entries, LeaveAnInitiatedUnitAlone) {
     EXPECT_EQ(api::deviceTable().find(1), nullptr);
     EXPECT_EQ(datagramsAt(unit), 0U);
     EXPECT_TRUE(device(handle).fanEnabled);
+    device(handle).initiated = false;
 }
 
 class Groups : public Installation {
@@ -225,7 +252,7 @@ TEST_F(Groups, OfFourActAsOne) {
     int channels = 0;
     EXPECT_EQ(hxrGetChannelCount(handle, &channels), hxrNoError);
     EXPECT_EQ(channels, 16);
-    for (const auto& unit : units) unit->clearRecording();
+    for (const auto& unit : units) forgetWhatWasSent(*unit);
     EXPECT_EQ(hxrSetFanEnabled(handle, 0), hxrNoError);
     EXPECT_EQ(hxrSetLowPowerState(handle), hxrNoError);
     for (const auto& unit : units) {
@@ -235,7 +262,7 @@ TEST_F(Groups, OfFourActAsOne) {
     }
 
     // A slave's slot takes part in nothing that belongs to its master.
-    for (const auto& unit : units) unit->clearRecording();
+    for (const auto& unit : units) forgetWhatWasSent(*unit);
     for (int slave = 1; slave < 4; ++slave) {
         EXPECT_EQ(hxrCloseDevice(slave), hxrMultiReceiverErr);
         EXPECT_EQ(hxrSetFanEnabled(slave, 1), hxrMultiReceiverErr);

@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include <cstring>
+#include <functional>
 #include <memory>
 
 #include "cal/image.h"
@@ -33,7 +32,8 @@ std::function<void(sim::SimulatedUnit&)> onReply(const ReplyMatch& match, const 
 
 constexpr ReplyMatch everyReply{.kind = ReplyKind::any, .times = ReplyMatch::always};
 constexpr ReplyMatch firstStatus{.kind = ReplyKind::status};
-constexpr ReplyMatch lastStatus{.kind = ReplyKind::status, .skip = 1};
+constexpr ReplyMatch destinationStatus{.kind = ReplyKind::status, .skip = 1};
+constexpr ReplyMatch lastStatus{.kind = ReplyKind::status, .skip = 2};
 
 ReplyMatch page(std::uint16_t number) { return {.kind = ReplyKind::page, .page = number}; }
 
@@ -65,9 +65,12 @@ const std::vector<ConnectFault> connectFaults{
     {"LastPageLost", onReply(page(1151), ReplyFault::lose()), hxrConnectionLostErr},
     {"DiesAfterTheFirstStatus", deadAfterReplies(1), hxrConnectionLostErr, false},
     {"DiesAmongThePages", deadAfterReplies(500), hxrConnectionLostErr, false},
-    {"DiesBeforeTheLastStatus", deadAfterReplies(967), hxrDataSyncErr, false},
+    {"DiesBeforeTheDestinations", deadAfterReplies(967), hxrConnectionLostErr, false},
+    {"DiesBeforeTheLastStatus", deadAfterReplies(968), hxrDataSyncErr, false},
     {"ShortPage", onReply(page(300), ReplyFault::setLength(8215)), hxrNoError},
     {"LongPage", onReply(page(300), ReplyFault::setLength(8217)), hxrNoError},
+    {"DestinationStatusLost", onReply(destinationStatus, ReplyFault::lose()), hxrConnectionLostErr},
+    {"DestinationStatusOf3Bytes", onReply(destinationStatus, ReplyFault::setLength(3)), hxrNoError},
     {"LastStatusLost", onReply(lastStatus, ReplyFault::lose()), hxrDataSyncErr},
     {"LastStatusEmpty", onReply(lastStatus, ReplyFault::setLength(0)), hxrDataSyncErr},
     {"LastStatusOf3Bytes", onReply(lastStatus, ReplyFault::setLength(3)), hxrDataSyncErr},
@@ -148,11 +151,11 @@ TEST_F(Faults, AUnitThatStartsLateIsFoundByTheNextConnect) {
 TEST_F(Faults, AfterTheLinkIsLostGettersAndCloseStillWork) {
     sim::SimulatedUnit& unit = startUnit();
     ASSERT_EQ(connect(), hxrNoError);
+    forgetWhatWasSent(unit);
     unit.faults().silenceAfterReplies(0);
     clock.shortenTimeouts(20);
     clock.advance(1001ms);
     float supply = -1;
-    unit.clearRecording();
     EXPECT_EQ(hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr), hxrConnectionLostErr);
     EXPECT_EQ(supply, -1);
     ASSERT_TRUE(unit.recording().waitForPackets(1, 10s));
