@@ -1,5 +1,6 @@
 #include "device/timebase.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <span>
 
@@ -28,7 +29,9 @@ std::span<const std::uint16_t> factoryTunes(const HXRDevice& device) {
 }  // namespace
 
 std::int32_t temperaturePartOf(const HXRDevice& device) {
-    return static_cast<std::int32_t>(interpolateCoarseTune(*device.corrections));
+    // Calibration data with gaps give no number.
+    const double counts = interpolateCoarseTune(*device.corrections);
+    return std::isnan(counts) ? 0 : static_cast<std::int32_t>(counts);
 }
 
 HXRStatus sendTimebase(HXRDevice& device) {
