@@ -95,7 +95,6 @@ class SettingsOfAGroup : public test::Installation {
         ASSERT_EQ(connect(), hxrNoError);
         ASSERT_EQ(pair(1), hxrNoError);
         device(handle).corrections->image->vsgLevel[0][0] = -3.0F;
-        for (const auto& unit : units) datagramsAt(*unit);  // the last words of the connect have arrived
     }
 
     Settings settings() const {
