@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "support/sequencer_fixture.h"
 #include "sim/stream_destination.h"
+#include "support/sequencer_fixture.h"
 #include "synthesizer_images.h"
 
 namespace hxr::sim {

@@ -42,12 +42,6 @@ class Installation : public testing::Test {
         unit.clearRecording();
     }
 
-    /// Clears a unit's recording once the unit has run all that had left this host by now.
-    static void forgetRecording(sim::SimulatedUnit& unit) {
-        datagramsAt(unit);
-        unit.clearRecording();
-    }
-
     /// The unit's calibration cache file, where the folder is as it should be.
     std::filesystem::path cacheFile(int position = 0) const;
 

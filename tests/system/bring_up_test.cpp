@@ -144,7 +144,7 @@ TEST_F(BringUp, TellsTimeAndPlaceOfTheFix) {
     EXPECT_NEAR(latitude, fix.latitude, 1e-9);
     EXPECT_NEAR(altitude, fix.heightMetres, 1e-9);
 
-    forgetRecording(unit);
+    forgetWhatWasSent(unit);
     unit.setFix(sim::GpsFix::none());
     for (const int refresh : {0, 2, -1}) {
         info(refresh);
@@ -292,7 +292,7 @@ TEST_F(BringUp, GivesServiceToSynthesizers) {
     EXPECT_EQ(hxrAdminGetLOLockFlags(handle, first.data(), second.data()), hxrNoError);
     EXPECT_EQ(first, (std::array{1, 0, 0, 1}));
     EXPECT_EQ(second, (std::array{0, 1, 0, 0}));
-    forgetRecording(unit);
+    forgetWhatWasSent(unit);
     EXPECT_EQ(hxrAdminInitFullBandLOs(handle, true, true), hxrNoError);
     EXPECT_EQ(hxrAdminReInitChans(handle), hxrNoError);
     EXPECT_EQ(datagramsAt(unit), 3U + 4U);

@@ -91,7 +91,7 @@ TEST_F(Connect, ReadsTheFlashOnceAndThenItsHeadsOnly) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(machineFolder), {}), 1);
 
     const auto written = std::filesystem::last_write_time(cacheFile());
-    forgetRecording(unit);
+    forgetWhatWasSent(unit);
     ASSERT_EQ(connect(), hxrNoError);
     EXPECT_EQ(unit.recording().counts().pageReplies, pagesWithACache);
     EXPECT_TRUE(correctionsAreOf(handle, unit.image()));
@@ -182,7 +182,7 @@ TEST_F(Connect, WorksWithSomethingUnreadableInTheCacheFilesPlace) {
     };
     for (const auto& obstacle : obstacles) {
         obstacle();
-        forgetRecording(unit);
+        forgetWhatWasSent(unit);
         ASSERT_EQ(connect(), hxrNoError);
         EXPECT_TRUE(correctionsAreOf(handle, unit.image()));
         EXPECT_EQ(unit.recording().counts().pageReplies, pagesOfAWholeImage);
@@ -202,7 +202,7 @@ TEST_F(Connect, FallsBackToTheWorkingFolderAndThenToNone) {
 
     std::filesystem::remove_all(folder.path() / "local");
     write(folder.path() / "local", {1});
-    forgetRecording(unit);
+    forgetWhatWasSent(unit);
     ASSERT_EQ(connect(), hxrNoError);
     EXPECT_TRUE(correctionsAreOf(handle, unit.image()));
     EXPECT_EQ(unit.recording().counts().pageReplies, pagesOfAWholeImage);

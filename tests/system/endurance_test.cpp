@@ -60,7 +60,7 @@ TEST_F(Endurance, ConnectingHundredsOfTimesUsesNothingUp) {
         unit.stop();
         unit.faults().revive();
         unit.start();
-        forgetRecording(unit);
+        forgetWhatWasSent(unit);
     };
     for (int i = 0; i < 20; ++i) round(i);
     while (!threadsNamed("HXR Receive").empty()) std::this_thread::yield();

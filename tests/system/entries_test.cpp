@@ -277,7 +277,7 @@ TEST_F(Groups, OfFourActAsOne) {
 
 TEST_F(Groups, TakeNoFifthUnit) {
     startUnits(5);
-    forgetRecording(*units[4]);
+    forgetWhatWasSent(*units[4]);
     EXPECT_EQ(pair(4), hxrMultiReceiverErr);
     int fifth = -1;
     EXPECT_EQ(hxrConnectDevice(&fifth, test::hostAddress().c_str(), test::unitAddress(4).c_str(),

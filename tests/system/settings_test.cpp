@@ -108,7 +108,7 @@ class SettingsOfAGroup : public test::Installation {
         for (const Row& row : rows) {
             SCOPED_TRACE(row.text);
             Settings expected = settings();
-            for (const auto& unit : units) forgetRecording(*unit);
+            for (const auto& unit : units) forgetWhatWasSent(*unit);
             EXPECT_EQ(row.call(3), hxrInvalidDeviceErr);
             EXPECT_EQ(row.call(handle), row.status);
             EXPECT_EQ((std::array{datagramsAt(*units[0]), datagramsAt(*units[1])}), row.datagrams);

@@ -161,7 +161,7 @@ TEST_F(Sweep, ChannelOfASlaveSweepsOnItsUnit) {
     startUnit();
     ASSERT_EQ(pair(1), hxrNoError);
     configure(1e9, 1.1e9, 1e6, 1e6, 6);
-    forgetRecording(*units[0]);
+    forgetWhatWasSent(*units[0]);
     EXPECT_EQ(hxrGetSweep(handle, trace.data()), hxrNoError);
     EXPECT_EQ(datagramsAt(*units[0]), 0U);
     EXPECT_TRUE(units[1]->tuning(2).loHz);
