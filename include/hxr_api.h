@@ -576,7 +576,7 @@ HXR_API HXRStatus hxrSetVSGPattern(int handle, const void* samples, int count, u
  * A link that is lost on the way is not reported here: the next entry that reports the link does.
  *
  * @return hxrNoError, also with nothing enabled; hxrInvalidDeviceErr; hxrInvalidConfigurationErr for a sweep without
- *         its channel; hxrMemoryAllocationErr, with the group idle
+ *         its channel; hxrMemoryAllocationErr, with nothing started
  */
 HXR_API HXRStatus hxrInitiate(int handle);
 

@@ -8,7 +8,7 @@ namespace hxr {
 HXRDevice::HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock)
     : clock(&unitClock), link(std::move(unitLink)), corrections(&link->corrections()) {}
 
-HXRDevice::~HXRDevice() { abort(*this, IdleLo::off); }
+HXRDevice::~HXRDevice() { abortForGood(*this); }
 
 std::vector<HXRDevice*> groupUnits(HXRDevice& device) {
     std::vector<HXRDevice*> units{&device};

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
+#include <vector>
 
 #include "cal/correction_lookup.h"
 #include "device/gps.h"
@@ -74,6 +76,17 @@ void prepareUnits(HXRDevice& master) {
     followTemperature(master);
 }
 
+/// No thread of theirs uses a link any more.
+void endEngines(HXRDevice& master) { master.sweepEngine.reset(); }
+
+void becomeIdle(HXRDevice& master) {
+    master.initiated = false;
+    master.sweepConfigured = false;
+    master.streamConfigured = false;
+    master.fullBandConfigured = false;
+    master.vsgConfigured = false;
+}
+
 CommandList stopWords(HXRDevice& unit, IdleLo idle) {
     CommandList list = singlePacket(
         {noOperation, noOperation, noOperation, words::streamStop(unit.link->data().localPort())});
@@ -102,15 +115,24 @@ HXRStatus initiate(HXRDevice& device) {
 
 HXRStatus abort(HXRDevice& device, IdleLo idle) {
     if (!device.initiated) return hxrNoError;
-    // The engines go first: no thread of theirs may use a link when the lists go out.
-    device.sweepEngine.reset();
-    for (HXRDevice* unit : groupUnits(device)) unit->link->sendList(stopWords(*unit, idle));
-    device.initiated = false;
-    device.sweepConfigured = false;
-    device.streamConfigured = false;
-    device.fullBandConfigured = false;
-    device.vsgConfigured = false;
+    const std::vector<HXRDevice*> units = groupUnits(device);
+    std::vector<CommandList>
+        lists;  // made before anything ends, so that there is memory for all of it or for nothing
+    for (HXRDevice* unit : units) lists.push_back(stopWords(*unit, idle));
+
+    endEngines(device);
+    for (std::size_t i = 0; i < units.size(); ++i) units[i]->link->sendList(lists[i]);
+    becomeIdle(device);
     return device.link->lastStatus();
+}
+
+void abortForGood(HXRDevice& device) noexcept {
+    try {
+        abort(device, IdleLo::off);
+    } catch (const std::bad_alloc&) {
+        endEngines(device);
+        becomeIdle(device);
+    }
 }
 
 }  // namespace hxr

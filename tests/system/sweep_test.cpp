@@ -157,6 +157,28 @@ TEST_F(Sweep, AbortAtAnyMomentLeavesTheLinkInOrder) {
     EXPECT_TRUE(isSilent());
 }
 
+TEST_F(Sweep, StatusAtItsEndMovesTheTimebaseWhileTheCallerLooks) {
+    configure(1e9, 1.1e9, 1e6, 1e6);
+    std::uint16_t tune = 0, tuneBefore = 0;
+    for (int round = 0; round < 20; ++round) {
+        units[0]->changeHealth([&](sim::Health& health) {
+            health.disciplined = true;
+            health.timebaseReadback = static_cast<std::uint16_t>(0x9000 + 100 * round);
+        });
+        ASSERT_EQ(hxrSweepStart(handle), hxrNoError);
+        for (int look = 0; look < 100; ++look) {
+            std::uint64_t time = 0;
+            EXPECT_EQ(hxrAdminGetCoarseTuneVal(handle, &tune), hxrNoError);
+            EXPECT_EQ(hxrGetGPSHoldoverInfo(handle, nullptr, &time), hxrNoError);
+            EXPECT_EQ(hxrGetGPSInfo(handle, 1, nullptr, &time, nullptr, nullptr, nullptr), hxrNoError);
+        }
+        EXPECT_EQ(hxrSweepFinish(handle, trace.data()), hxrNoError);
+        EXPECT_EQ(hxrAdminGetCoarseTuneVal(handle, &tune), hxrNoError);
+        EXPECT_TRUE(round == 0 || tune == tuneBefore + 100) << round;
+        tuneBefore = tune;
+    }
+}
+
 TEST_F(Sweep, ChannelOfASlaveSweepsOnItsUnit) {
     startUnit();
     ASSERT_EQ(pair(1), hxrNoError);
