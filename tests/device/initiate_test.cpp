@@ -40,6 +40,10 @@ class Group {
         master().channelCount = static_cast<int>(4 * size);
     }
 
+    ~Group() { abort(master(), IdleLo::off); }
+    Group(const Group&) = delete;
+    Group& operator=(const Group&) = delete;
+
     HXRDevice& master() { return *units.front()->device; }
     std::vector<Packet> takeSent() { return std::exchange(sent_, {}); }
 
