@@ -42,7 +42,9 @@ void StepRing::publish(int blocks) {
 
 std::optional<StepRing::Claim> StepRing::claim() {
     std::unique_lock lock(mutex_);
-    filled_.wait(lock, [&] { return stopped_ || blocksReady_ >= blocksPerStep_; });
+    // Who holds an old step keeps the map of released ones from moving on.
+    filled_.wait(
+        lock, [&] { return stopped_ || (blocksReady_ >= blocksPerStep_ && claims_ - oldest_ < mostClaims); });
     if (stopped_) return std::nullopt;
     const Claim claim{claimedSteps_++, samples_.get() + read_, claims_++};
     blocksReady_ -= blocksPerStep_;
@@ -57,6 +59,7 @@ void StepRing::release(const Claim& claim) {
     released_ |= std::uint64_t{1} << (claim.number - oldest_);
     for (; (released_ & 1) != 0; released_ >>= 1, ++oldest_) fill_ -= stepSamples_;
     emptied_.notify_one();
+    filled_.notify_all();
 }
 
 void StepRing::restart() {

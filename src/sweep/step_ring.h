@@ -51,6 +51,9 @@ class StepRing {
     void stop();
 
   private:
+    /// Claims between the oldest that is held and the next.
+    static constexpr std::int64_t mostClaims = 64;
+
     const std::int32_t blocksPerStep_;
     const std::int64_t stepSamples_;
     const std::int64_t capacity_;
