@@ -101,22 +101,6 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
                             EXPECT_EQ(openDescriptors(), descriptorsOfOne) << granted;
                         });
 
-    // The group's own sweep, and a slave that was initiated by itself.
-    std::vector<int> enabled(16);
-    enabled[5] = 1;
-    ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), 5), hxrNoError);
-    ASSERT_EQ(hxrSetSweepStartStop(opened, 1e9, 1.1e9), hxrNoError);
-    ASSERT_EQ(hxrSetSweepCoupling(opened, 1e6, 1e6, 1e-6), hxrNoError);
-    const auto isIdle = [&](bool idle) {
-        EXPECT_EQ(device(opened).initiated, !idle);
-        EXPECT_EQ(device(opened).sweepEngine == nullptr, idle);
-    };
-    failEveryAllocation([&] { return hxrInitiate(opened); }, [&](long) { isIdle(true); });
-    failEveryAllocation([&] { return hxrAbort(opened); }, [&](long) { isIdle(false); });
-    ASSERT_EQ(hxrInitiate(opened), hxrNoError);
-    ASSERT_EQ(hxrSweepStart(opened), hxrNoError);
-    ASSERT_EQ(hxrInitiate(1), hxrNoError);
-
     const std::string file = cacheFile().string();
     allocationsLeft = 0;
     const HXRStatus fan = hxrSetFanEnabled(opened, 1);
