@@ -115,9 +115,9 @@ HXRStatus initiate(HXRDevice& device) {
 
 HXRStatus abort(HXRDevice& device, IdleLo idle) {
     if (!device.initiated) return hxrNoError;
+    // Made before anything ends, so that there is memory for all of it or for nothing.
     const std::vector<HXRDevice*> units = groupUnits(device);
-    std::vector<CommandList>
-        lists;  // made before anything ends, so that there is memory for all of it or for nothing
+    std::vector<CommandList> lists;
     for (HXRDevice* unit : units) lists.push_back(stopWords(*unit, idle));
 
     endEngines(device);

@@ -106,11 +106,31 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     const HXRStatus fan = hxrSetFanEnabled(opened, 1);
     const HXRStatus lowPower = hxrSetLowPowerState(opened);
     const bool loaded = hxrCalLoadFromFile(file.c_str(), device(opened).corrections->image.get());
-    const HXRStatus closed = hxrCloseDevice(opened);
     allocationsLeft = -1;
     EXPECT_EQ(fan, hxrMemoryAllocationErr);
     EXPECT_EQ(lowPower, hxrMemoryAllocationErr);
     EXPECT_FALSE(loaded);
+
+    // A slave that is initiated by itself, and a sweep on it through its master.
+    ASSERT_EQ(hxrInitiate(1), hxrNoError);
+    std::vector<int> enabled(16);
+    enabled[5] = 1;
+    ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), 5), hxrNoError);
+    ASSERT_EQ(hxrSetSweepStartStop(opened, 1e9, 1.1e9), hxrNoError);
+    ASSERT_EQ(hxrSetSweepCoupling(opened, 1e6, 1e6, 1e-6), hxrNoError);
+    const auto isIdle = [&](bool idle) {
+        return device(opened).initiated != idle && (device(opened).sweepEngine == nullptr) == idle;
+    };
+    failEveryAllocation([&] { return hxrInitiate(opened); },
+                        [&](long granted) { EXPECT_TRUE(isIdle(true)) << granted; });
+    failEveryAllocation([&] { return hxrAbort(opened); },
+                        [&](long granted) { EXPECT_TRUE(isIdle(false)) << granted; });
+
+    ASSERT_EQ(hxrInitiate(opened), hxrNoError);
+    ASSERT_EQ(hxrSweepStart(opened), hxrNoError);
+    allocationsLeft = 0;
+    const HXRStatus closed = hxrCloseDevice(opened);
+    allocationsLeft = -1;
     EXPECT_EQ(closed, hxrNoError);
     EXPECT_EQ(openDescriptors(), descriptorsBefore);
 }
