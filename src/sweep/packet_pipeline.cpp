@@ -106,8 +106,9 @@ void PacketPipeline::collect() {
     const ReceiveResult* const received = endpoint().collectReceives(taken(slots_.collect));
     if (received->timedOut) link_.loseLink();
     batches_.pop();
-    consume_(*received, static_cast<int>(count));
+    // First, since the last replies free the endpoint for the next user, who takes the same slots.
     retireAnswered(count);
+    consume_(*received, static_cast<int>(count));
 }
 
 /// Takes answers off the packets that are out, and lets go of those that are answered whole.

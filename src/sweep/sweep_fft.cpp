@@ -98,6 +98,8 @@ void SweepFft::holdMaximum(const cf32* samples, float* out) {
             dspMaxF32(running_.get(), out, out, bins_.count);
         }
     }
+    // One over the number of FFTs can lie a rounding above VBW over RBW: then all of them went into the mean.
+    if (first) dspCopy32(running_.get(), out, bins_.count);
 }
 
 void SweepFft::convertUnits(float* values) const {
