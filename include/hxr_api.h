@@ -19,8 +19,9 @@
  * may be called for different handles at the same time, and for one handle by one thread at a time unless an entry says
  * otherwise.
  *
- * Memory. Every entry that returns an HXRStatus may return hxrMemoryAllocationErr, with nothing done; hxrCloseDevice
- * never does.
+ * Memory. Every entry that returns an HXRStatus may return hxrMemoryAllocationErr; hxrCloseDevice never does.
+ * Nothing is done then, but by an entry that tells units something at once: it may have stored its value, or told some
+ * of them.
  *
  * Languages. The header compiles as C11 with the plain entries, and as C++20 with all of them. Nothing is thrown
  * across the interface.
@@ -711,7 +712,8 @@ HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
  * --------------------------------------------------------------------------------------------------------------- */
 
 /**
- * Gives the lock flags of the synthesizers from a new status, one for each channel of the handle's unit.
+ * Gives the lock flags of the synthesizers, one for each channel of the handle's unit, from a new status unless a
+ * sweep is under way.
  *
  * @param first, second  room for 4 values of 0 or 1; each may be null
  * @return hxrInvalidDeviceErr; hxrConnectionLostErr, with the last known flags written
@@ -732,13 +734,13 @@ HXR_API HXRStatus hxrAdminSetCoarseTuneVal(int handle, uint16_t value);
 
 /**
  * Switches all synthesizers of the handle's unit off and loads the shared one, or the channels' high ones, or both.
- * @return hxrInvalidDeviceErr, hxrConnectionLostErr
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr while a sweep is under way; hxrConnectionLostErr
  */
 HXR_API HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh);
 
 /**
  * Loads the high synthesizers of the handle's unit and switches them off.
- * @return hxrInvalidDeviceErr, hxrConnectionLostErr
+ * @return as hxrAdminInitFullBandLOs
  */
 HXR_API HXRStatus hxrAdminReInitChans(int handle);
 

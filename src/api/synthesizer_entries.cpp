@@ -36,9 +36,7 @@ HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh) {
 }
 
 HXRStatus hxrAdminReInitChans(int handle) {
-    return deviceEntry(handle, [](HXRDevice& device) {
-        return hxr::reInitChannels(device) ? hxrNoError : device.link->lastStatus();
-    });
+    return deviceEntry(handle, [](HXRDevice& device) { return hxr::reInitChannels(device); });
 }
 
 HXRStatus hxrAdminSetPreselectorFilter(int band) {

@@ -1,7 +1,6 @@
 #include "device/gps.h"
 
 #include <atomic>
-#include <mutex>
 
 #include "device/health.h"
 #include "device/ubx.h"
@@ -12,24 +11,17 @@ namespace {
 /// `lastStatusTicks` at the last look at any unit's fix.
 std::atomic<std::uint64_t> lastSeenStatusTicks = 0;
 
-HXRStatus refreshStatus(HXRDevice& device) {
-    const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
-    if (!owner.owns_lock()) return hxrNoError;
-    requestStatus(device);
-    return device.link->lastStatus();
-}
-
 }  // namespace
 
 HXRStatus readGpsState(HXRDevice& device, int& state) {
-    const HXRStatus result = refreshStatus(device);
+    const HXRStatus result = refreshStatus(device) ? device.link->lastStatus() : hxrNoError;
     const LastStatus status = device.lastStatus.copy();
     state = !fixOf(status).isGood() ? gpsNoFix : isDisciplined(status) ? gpsDisciplining : gpsFix;
     return result;
 }
 
 HXRStatus readGpsInfo(HXRDevice& device, bool refresh, GpsInfo& info) {
-    const HXRStatus result = refresh ? refreshStatus(device) : hxrNoError;
+    const HXRStatus result = refresh && refreshStatus(device) ? device.link->lastStatus() : hxrNoError;
     const LastStatus status = device.lastStatus.copy();
     const GpsFix fix = fixOf(status);
     info = {.updated = lastSeenStatusTicks.exchange(status.lastStatusTicks) != status.lastStatusTicks,

@@ -82,13 +82,16 @@ void requestStatus(HXRDevice& device) {
     parseStatus(device, &record);
 }
 
+bool refreshStatus(HXRDevice& device) {
+    const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
+    if (owner.owns_lock()) requestStatus(device);
+    return owner.owns_lock();
+}
+
 HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out) {
     const std::uint64_t lastTicks = device.lastStatus.copy().lastStatusTicks;
     if (device.clock->monotonicMs() - lastTicks > statusLifetimeMs) {
-        const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
-        if (owner.owns_lock()) {
-            requestStatus(device);
-        }
+        refreshStatus(device);
     }
     const LastStatus status = device.lastStatus.copy();
     const std::array<float, diagnosticsCount> values{

@@ -20,6 +20,10 @@ void parseStatus(HXRDevice& device, const StatusRecord* record);
 /// endpoint must be the caller's.
 void requestStatus(HXRDevice& device);
 
+/// Asks for a status record unless someone else has the control endpoint.
+/// @return whether it asked; if not, the last status stands
+bool refreshStatus(HXRDevice& device);
+
 /// Gives the health values, from a new status record if the last is older than a second and nobody else owns
 /// the control endpoint.
 ///

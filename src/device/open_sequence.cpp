@@ -129,9 +129,9 @@ void performAll(HXRDevice& device, const std::vector<Stage>& stages) {
     for (const Stage& stage : stages) perform(device, stage);
 }
 
-bool loadChips(HXRDevice& device) {
+HXRStatus loadChips(HXRDevice& device) {
     for (const Stage& stage : loadingStages(device.clock->utcSeconds()))
-        if (!perform(device, stage)) return false;
+        if (!perform(device, stage)) return device.link->lastStatus();
     return reInitChannels(device);
 }
 
@@ -158,7 +158,7 @@ HXRStatus verdict(const LastStatus& status) {
 }  // namespace
 
 HXRStatus open(HXRDevice& device, OpenAs as) {
-    if (!loadChips(device)) return device.link->lastStatus();
+    if (const HXRStatus failed = loadChips(device); failed != hxrNoError) return failed;
     adoptFactoryData(device);
     if (const HXRStatus failed = openDataPath(device); failed != hxrNoError) return failed;
 

@@ -1,6 +1,7 @@
 #include "device/synthesizer_service.h"
 
 #include <chrono>
+#include <mutex>
 
 #include "device/health.h"
 #include "rf/channel_lo.h"
@@ -11,6 +12,9 @@ namespace hxr {
 namespace {
 
 using words::noOperation;
+
+/// The control endpoint, as long as no sweep has it.
+using ControlUse = std::unique_lock<AcquisitionMutex>;
 
 /// Appends runs, a new packet once the present one holds more than half of its room.
 class ImageWriter {
@@ -38,19 +42,23 @@ class ImageWriter {
 
 }  // namespace
 
-bool reInitChannels(HXRDevice& device) {
+HXRStatus reInitChannels(HXRDevice& device) {
     using namespace std::chrono_literals;
+    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
+    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
     for (int channel = 0; channel < words::channelsPerUnit; ++channel) {
         CommandList list = singlePacket(buildHighLoImage(channel));
         list.append(buildChannelOff(device.loContext, channel));
         list.append(words::applyPeripherals);
-        if (!device.link->sendList(list)) return false;
+        if (!device.link->sendList(list)) return device.link->lastStatus();
         device.clock->sleep(20ms);
     }
-    return true;
+    return hxrNoError;
 }
 
 HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh) {
+    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
+    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
     CommandList list = singlePacket(buildLoOff(device.loContext));
     list.append({words::pause(words::pauseTicks(10'000.0)), noOperation, noOperation});
 
@@ -70,7 +78,7 @@ HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh) {
 }
 
 HXRStatus readLockFlags(HXRDevice& device, LockFlags& flags) {
-    requestStatus(device);
+    refreshStatus(device);
     const std::uint32_t bits = device.lastStatus.copy().statusFlags;
     for (unsigned channel = 0; channel < words::channelsPerUnit; ++channel) {
         flags.first[channel] = static_cast<int>(bits >> channel & 1);

@@ -33,6 +33,7 @@ constexpr std::array<Band, bandCount> bands{{
     {    13.25e9F,          0,     0x001020},
     {      noEdge,          0,     0x001820},
 }};
+// clang-format on
 
 // One band for the whole process; plans are made on several threads when several units are configured.
 constexpr std::int64_t automatic = std::numeric_limits<std::int64_t>::min();

@@ -33,8 +33,8 @@ const Band& bandSettings(int band);
 /// in which the edges are known.
 int bandForFrequency(float hz);
 
-/// Makes every plan from now on, of any unit, use one band whatever the frequency. It is not checked: settings that
-/// don't exist count as those of the nearest band.
+/// Makes every plan from now on, of any unit, use one band whatever the frequency. It is not checked:
+/// plans compare it as it stands, and front ends take the settings of the nearest band.
 void useManualBand(std::int32_t band);
 
 /// Lets the frequency decide again, as at load.

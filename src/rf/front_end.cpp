@@ -31,7 +31,7 @@ std::uint32_t preselectorBits(int band) {
         path = secondHighPath;
     } else if (isHighBand(band)) {
         path = 0;
-    } else if (band == directBand) {
+    } else if (band <= directBand) {
         path += directPath;
     }
     return (code * 8 + path) * 32;

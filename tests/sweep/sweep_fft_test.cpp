@@ -131,8 +131,8 @@ TEST(SweepFft, AllUnitsDetectorsAndScalesAgreeWithDoublePrecision) {
         double vbwRatio;
     };
     const auto samples = noisyTone(2048);
-    for (const Size& size :
-         {Size{64, 18, 1, 1.0}, Size{256, 188, 4, 0.25}, Size{256, 256, 8, 0.25}, Size{64, 50, 5, 0.3}, Size{64, 50, 5, 100.1 / 500.5}}) {
+    for (const Size& size : {Size{64, 18, 1, 1.0}, Size{256, 188, 4, 0.25}, Size{256, 256, 8, 0.25},
+                             Size{64, 50, 5, 0.3}, Size{64, 50, 5, 100.1 / 500.5}}) {
         const SweepPlan plan = planOf(size.fftSize, size.windowLength, size.ffts, size.vbwRatio);
         for (std::uint32_t variant = 0; variant < 4 * 3 * 3; ++variant) {
             SweepSettings settings;

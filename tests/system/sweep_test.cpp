@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <random>
@@ -176,6 +177,30 @@ TEST_F(Sweep, StatusAtItsEndMovesTheTimebaseWhileTheCallerLooks) {
         EXPECT_EQ(hxrAdminGetCoarseTuneVal(handle, &tune), hxrNoError);
         EXPECT_TRUE(round == 0 || tune == tuneBefore + 100) << round;
         tuneBefore = tune;
+    }
+}
+
+TEST_F(Sweep, ControlEndpointIsItsOwnUntilItsEnd) {
+    configure(1e9, 1.6e9, 1e6, 1e6);  // 17 packets: one more than are out at a time
+    units[0]->changeHealth([](sim::Health& health) { health.firstLockFlags = 5; });
+    std::array<int, 4> first{}, second{};
+    EXPECT_EQ(hxrAdminGetLOLockFlags(handle, first.data(), nullptr), hxrNoError);
+    EXPECT_EQ(first, (std::array{1, 0, 1, 0}));
+
+    units[0]->changeHealth([](sim::Health& health) { health.firstLockFlags = 10; });
+    ASSERT_EQ(hxrSweepStart(handle), hxrNoError);
+    EXPECT_EQ(hxrAdminGetLOLockFlags(handle, first.data(), second.data()), hxrNoError);
+    EXPECT_EQ(first, (std::array{1, 0, 1, 0}));  // of the last status
+    EXPECT_EQ(hxrAdminInitFullBandLOs(handle, true, true), hxrInvalidConfigurationErr);
+    EXPECT_EQ(hxrAdminReInitChans(handle), hxrInvalidConfigurationErr);
+    EXPECT_EQ(hxrSweepFinish(handle, trace.data()), hxrNoError);
+    EXPECT_TRUE(isSilent());
+
+    // The next user of the endpoint takes the slots that the sweep has just left.
+    for (int round = 0; round < 200; ++round) {
+        int state = 0;
+        ASSERT_EQ(hxrGetSweep(handle, trace.data()), hxrNoError) << round;
+        ASSERT_EQ(hxrGetGPSState(handle, &state), hxrNoError) << round;
     }
 }
 
