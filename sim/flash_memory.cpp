@@ -21,7 +21,7 @@ void FlashMemory::load(std::vector<std::uint8_t> image) {
     image_ = std::move(next);
 }
 
-FlashMemory::Image FlashMemory::current() const {
+std::shared_ptr<const std::vector<std::uint8_t>> FlashMemory::current() const {
     const std::lock_guard lock(mutex_);
     return image_;
 }
@@ -32,7 +32,7 @@ FlashMemory::Page FlashMemory::pageOnWire(std::uint16_t page) const {
     Page bytes;
     bytes.fill(layout::erased);
     if (!holds(page)) return bytes;
-    const Image image = current();
+    const auto image = current();
     const std::size_t start = std::size_t{static_cast<std::uint16_t>(page - firstPage)} * pageBytes;
     constexpr std::size_t lastByteOfWord = 3;
     for (std::size_t i = 0; i < pageBytes; ++i) bytes[i ^ lastByteOfWord] = (*image)[start + i];

@@ -25,16 +25,15 @@ class FlashMemory {
 
     void load(std::vector<std::uint8_t> image);
     std::vector<std::uint8_t> image() const;
+    /// The image that is in the flash now, which a later load leaves as it is.
+    std::shared_ptr<const std::vector<std::uint8_t>> current() const;
 
     /// A page as it leaves the unit, the bytes of each 32-bit word reversed; erased outside the image.
     Page pageOnWire(std::uint16_t page) const;
 
   private:
-    using Image = std::shared_ptr<const std::vector<std::uint8_t>>;
-    Image current() const;
-
     mutable std::mutex mutex_;
-    Image image_;
+    std::shared_ptr<const std::vector<std::uint8_t>> image_;
 };
 
 }  // namespace hxr::sim

@@ -17,7 +17,9 @@
 #include <vector>
 
 #include "sim/fault_text.h"
+#include "sim/scene_text.h"
 #include "sim/simulated_unit.h"
+#include "sim/sources.h"
 
 #ifndef HXR_SIM_VERSION
 #error "the build tells the version"
@@ -45,6 +47,9 @@ struct Arguments {
     bool clockFault = false;
     bool honourPauses = false;
     std::vector<std::string> faults;
+    std::string scene;
+    std::vector<std::string> tones;
+    std::optional<double> noise;
     bool quiet = false;
     bool verbose = false;
 };
@@ -58,7 +63,9 @@ constexpr const char* examples =
     "  hxr-sim --no-chamber                         a unit that was never calibrated\n"
     "  hxr-sim --fault status:delay=200:always      every status 200 ms late\n"
     "  hxr-sim --fault page=300:length=8215         one flash page cut by a byte\n"
-    "  hxr-sim --fault dies-after=500               a unit that falls silent in the middle\n";
+    "  hxr-sim --fault dies-after=500               a unit that falls silent in the middle\n"
+    "  hxr-sim --tone 2.4G:-30 --noise -150         a carrier above noise, -30 dBm at 2.4 GHz\n"
+    "  hxr-sim --scene demo                         a dozen signals from 100 kHz to 20 GHz\n";
 
 void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--address", arguments.addresses, "local address; repeat it for several units")
@@ -84,6 +91,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
         ->excludes(image);
     app.add_flag("!--no-chamber", arguments.synthetic.chamber, "no chamber calibration in the flash")
         ->excludes(image);
+    app.add_flag("--ideal", arguments.synthetic.idealResponse, "even rails and flat IF responses")
+        ->excludes(image);
     app.add_flag("--blank", arguments.blank, "an erased flash")->excludes(image);
     app.add_flag("--bad-checksum", arguments.badChecksum, "a checksum that is wrong")->excludes(image);
     app.add_option("--cal-date", arguments.synthetic.calDate, "calibration date, seconds since 1970")
@@ -98,6 +107,9 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_flag("--clock-fault", arguments.clockFault, "converter clocks that are not aligned");
     app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
     app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
+    app.add_option("--scene", arguments.scene, "signals in the air: demo")->check(CLI::IsMember({"demo"}));
+    app.add_option("--tone", arguments.tones, hxr::sim::toneTextForm);
+    app.add_option("--noise", arguments.noise, "density of noise in the air, dBm in 1 Hz");
     auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
     app.add_flag("--verbose", arguments.verbose, "print unknown words and broken rules at the end")
         ->excludes(quiet);
@@ -133,6 +145,16 @@ std::vector<std::uint32_t> countedUp(std::vector<std::uint32_t> values, std::siz
     return values;
 }
 
+/// What all units hear; nothing if nothing was asked for.
+std::shared_ptr<const hxr::sim::Scene> sceneFor(const Arguments& arguments) {
+    auto scene = std::make_shared<hxr::sim::Scene>();
+    if (!arguments.scene.empty()) *scene = hxr::sim::demoScene();
+    for (const std::string& tone : arguments.tones) addToneFromText(*scene, tone);
+    if (arguments.noise) scene->with<hxr::sim::WhiteNoise>(*arguments.noise);
+    if (scene->empty()) return nullptr;
+    return scene;
+}
+
 std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments) {
     std::vector<std::uint32_t> hosts;
     for (const std::string& address : arguments.addresses) hosts.push_back(Endpoint::of(address, 0).address);
@@ -141,6 +163,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
     hosts = countedUp(hosts, count);
     const auto serials = countedUp(arguments.serials, count);
 
+    const auto scene = sceneFor(arguments);
     std::vector<std::unique_ptr<SimulatedUnit>> units;
     for (std::size_t i = 0; i < count; ++i) {
         hxr::sim::UnitOptions options;
@@ -151,6 +174,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
         options.image = imageFor(arguments, serials[i]);
         options.honourPauses = arguments.honourPauses;
         options.recordedPackets = 0;
+        options.scene = scene;
         if (arguments.clockFault) options.health.clockStatus = 0;
         options.oscillator.trueDac = arguments.trueDac;
         if (arguments.noFix) options.fix = hxr::sim::GpsFix::none();

@@ -203,12 +203,17 @@ ChannelTuning Sequencer::tuning(std::size_t channel, std::optional<double> group
     return channelTuning(state_, channel, groupHz);
 }
 
+std::optional<CaptureSettings> Sequencer::captureSettings() const {
+    const std::lock_guard lock(mutex_);
+    return sim::captureSettings(state_);
+}
+
 UnitReport Sequencer::report(bool goodFix, const Oscillator& oscillator, std::chrono::sys_seconds now) {
     const std::lock_guard lock(mutex_);
     const bool disciplines = state_.timebaseMode == gpsMode && goodFix;
     if (disciplines) state_.timebaseDac = oscillator.steered(state_.timebaseDac);
     const LockFlags locks = lockFlags(state_);
-    return {state_.timebaseDac, disciplines, locks.first, locks.second, state_.gps.solutionTime(now)};
+    return {state_.timebaseDac, disciplines, locks.first, locks.second, 0, state_.gps.solutionTime(now)};
 }
 
 }  // namespace hxr::sim

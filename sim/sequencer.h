@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 
+#include "sim/capture_settings.h"
 #include "sim/operations.h"
 #include "sim/rule_book.h"
 #include "sim/status_record.h"
@@ -39,6 +40,9 @@ class Sequencer {
     UnitState state() const;
     /// How the channel is tuned at the moment, without a copy of the whole state.
     ChannelTuning tuning(std::size_t channel, std::optional<double> groupHz) const;
+
+    /// What the next capture takes; nothing if no input is selected.
+    std::optional<CaptureSettings> captureSettings() const;
 
     /// Lets the GPS chip and the timebase go on until now, and gives what they and the synthesizers have to
     /// report.

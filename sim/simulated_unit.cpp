@@ -1,14 +1,18 @@
 #include "sim/simulated_unit.h"
 
+#include <algorithm>
 #include <array>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
 
 #include "sim/byte_order.h"
+#include "sim/capture.h"
 #include "sim/data_datagram.h"
 #include "sim/decoder.h"
 #include "sim/flash_memory.h"
+#include "sim/phase.h"
 #include "sim/reply_path.h"
 #include "sim/rule_book.h"
 #include "sim/sequencer.h"
@@ -20,6 +24,9 @@ namespace {
 using WallClock = std::chrono::system_clock;
 
 constexpr std::chrono::nanoseconds pauseTick{1016};
+/// One of a capture's 50 million a second.
+using SampleTime =
+    std::chrono::duration<std::int64_t, std::ratio<1, static_cast<std::intmax_t>(captureRateHz)>>;
 constexpr std::size_t packetBytes = packetWords * 4;
 
 std::vector<std::uint8_t> imageFor(UnitOptions& options) {
@@ -47,6 +54,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     struct Request {
         Endpoint sender;
         UdpSocket* socket = nullptr;
+        bool onDataSocket = false;
     };
 
     explicit Core(UnitOptions given)
@@ -62,7 +70,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     ~Core() override { server.stop(); }
 
     UnitOptions options;
-    /// Guards identity, health, fix and oscillator in the options.
+    /// Guards identity, health, fix, oscillator and scene in the options.
     mutable std::mutex reported;
     RuleBook rules;
     FaultPlan faults;
@@ -72,17 +80,20 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     ReplyPath replies;
     Request request;
     std::uint32_t sentDatagrams = 0;
-    UnitServer server;  // last: its thread uses all the others
+    CaptureMaker captures;
+    SampleTime nextSample{0};
+    std::uint8_t overdriven = 0;  ///< one bit an input, since the last status
+    UnitServer server;            // last: its thread uses all the others
 
   private:
     void onDatagram(std::span<const std::uint8_t> datagram, const Endpoint& sender, bool onDataSocket,
                     UdpSocket& socket) override {
         recording.notePacket(datagram, sender, onDataSocket);
-        if (faults.takeDatagram()) run(datagram, {sender, &socket}, onDataSocket);
+        if (faults.takeDatagram()) run(datagram, {sender, &socket, onDataSocket});
         if (!onDataSocket) recording.notePacketDone();
     }
 
-    void run(std::span<const std::uint8_t> datagram, const Request& from, bool onDataSocket) {
+    void run(std::span<const std::uint8_t> datagram, const Request& from) {
         if (datagram.size() != packetBytes) {
             rules.noteBrokenRule("datagram of " + std::to_string(datagram.size()) + " bytes from " +
                                  from.sender.text());
@@ -91,7 +102,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         std::array<std::uint32_t, packetWords> words;
         for (std::size_t i = 0; i < words.size(); ++i) words[i] = getLittle32(datagram, 4 * i);
         request = from;
-        if (onDataSocket) {
+        if (from.onDataSocket) {
             sequencer.runDataPacket(words);
         } else {
             sequencer.runControlPacket(words);
@@ -105,7 +116,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     void sendStatus() override {
         const auto now = std::chrono::floor<std::chrono::seconds>(WallClock::now());
         std::unique_lock lock(reported);
-        const UnitReport report = sequencer.report(options.fix.good(), options.oscillator, now);
+        UnitReport report = sequencer.report(options.fix.good(), options.oscillator, now);
+        report.adcOverflow = std::exchange(overdriven, std::uint8_t{0});
         const auto record = composeStatusRecord(options.identity, options.health, options.fix, report);
         lock.unlock();
         recording.noteReply(ReplyKind::status, 0);
@@ -115,16 +127,52 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     void sendPage(std::uint16_t page) override {
         const FlashMemory::Page payload = flash.pageOnWire(page);
         recording.noteReply(ReplyKind::page, page);
-        send(ReplyKind::page, page, makeDataDatagram(nextHeader(), payload));
+        send(ReplyKind::page, page, makeDataDatagram(nextHeader(WallClock::now()), payload));
     }
 
-    /// As long as nothing is fed to the inputs the samples are zero.
+    /// With nothing in the air, or no input selected, the samples are zero. So are those of streams.
     void sendSamples(std::uint32_t datagrams) override {
+        std::unique_lock lock(reported);
+        const auto scene = options.scene;
+        const double temperature = options.health.temperatureA;
+        lock.unlock();
+        const auto settings = scene && !request.onDataSocket ? sequencer.captureSettings() : std::nullopt;
+        if (settings) {
+            sendCapture(*settings, temperature, *scene, datagrams);
+        } else {
+            sendSilence(datagrams);
+        }
+    }
+
+    void sendSilence(std::uint32_t datagrams) {
         static constexpr std::array<std::uint8_t, dataPayloadBytes> silence{};
         for (std::uint32_t i = 0; i < datagrams && !server.stopping(); ++i) {
-            recording.noteReply(ReplyKind::samples, 0);
-            send(ReplyKind::samples, std::nullopt, makeDataDatagram(nextHeader(), silence));
+            sendBlock(WallClock::now(), silence);
         }
+    }
+
+    /// Captures follow the clock, and where they are taken faster than it goes, each other.
+    void sendCapture(const CaptureSettings& settings, double temperature, const Scene& scene,
+                     std::uint32_t datagrams) {
+        CapturePath capture = captures.make(settings, flash.current(), temperature, scene);
+        std::array<std::uint8_t, dataPayloadBytes> payload;
+        const auto now = std::chrono::floor<SampleTime>(WallClock::now().time_since_epoch());
+        nextSample = std::max(nextSample, now);
+        for (std::uint32_t i = 0; i < datagrams && !server.stopping(); ++i) {
+            if (capture.take(nextSample.count(), payload)) overdriven |= overdrivenInput(settings.channel);
+            sendBlock(WallClock::time_point(std::chrono::duration_cast<WallClock::duration>(nextSample)),
+                      payload);
+            nextSample += SampleTime(captureBlock);
+        }
+    }
+
+    static std::uint8_t overdrivenInput(std::size_t channel) {
+        return static_cast<std::uint8_t>(1u << channel);
+    }
+
+    void sendBlock(WallClock::time_point time, std::span<const std::uint8_t> payload) {
+        recording.noteReply(ReplyKind::samples, 0);
+        send(ReplyKind::samples, std::nullopt, makeDataDatagram(nextHeader(time), payload));
     }
 
     void pause(std::uint16_t ticks) override {
@@ -132,8 +180,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         if (options.honourPauses) server.sleep(ticks * pauseTick);
     }
 
-    DataHeader nextHeader() {
-        return {0, static_cast<std::uint8_t>(sentDatagrams++ & 15), WallClock::now(), 0};
+    DataHeader nextHeader(WallClock::time_point time) {
+        return {0, static_cast<std::uint8_t>(sentDatagrams++ & 15), time, 0};
     }
 
     void send(ReplyKind kind, std::optional<std::uint16_t> page, std::vector<std::uint8_t> bytes) {
@@ -205,6 +253,11 @@ void SimulatedUnit::setOscillator(const Oscillator& oscillator) {
 void SimulatedUnit::loadImage(std::vector<std::uint8_t> image) { core_->flash.load(std::move(image)); }
 
 std::vector<std::uint8_t> SimulatedUnit::image() const { return core_->flash.image(); }
+
+void SimulatedUnit::setScene(std::shared_ptr<const Scene> scene) {
+    const std::lock_guard lock(core_->reported);
+    core_->options.scene.swap(scene);
+}
 
 FaultPlan& SimulatedUnit::faults() { return core_->faults; }
 

@@ -12,6 +12,7 @@
 #include "sim/endpoint.h"
 #include "sim/faults.h"
 #include "sim/recording.h"
+#include "sim/scene.h"
 #include "sim/status_record.h"
 #include "sim/synthetic_image.h"
 #include "sim/tuning.h"
@@ -32,6 +33,9 @@ struct UnitOptions {
 
     /// Calibration image of exactly `imageBytes`; empty: a synthetic one for the unit's serial number.
     std::vector<std::uint8_t> image{};
+
+    /// What the unit hears in its captures; none: samples of zero.
+    std::shared_ptr<const Scene> scene{};
 
     /// Whether pause words really take their time. They are counted either way.
     bool honourPauses = false;
@@ -81,6 +85,9 @@ class SimulatedUnit {
     /// @throws std::invalid_argument unless the image has exactly `imageBytes`
     void loadImage(std::vector<std::uint8_t> image);
     std::vector<std::uint8_t> image() const;
+
+    /// Puts other signals into the air, from the next capture on; null: samples of zero.
+    void setScene(std::shared_ptr<const Scene> scene);
 
     FaultPlan& faults();
     const Recording& recording() const;

@@ -67,7 +67,7 @@ std::uint32_t statusFlags(const Health& health, const UnitReport& report) {
     const unsigned second = health.secondLockFlags.value_or(report.secondLockFlags);
     const bool disciplined = health.disciplined.value_or(report.disciplines);
     return (first & 15u) | (second & 15u) << 4 | (disciplined ? 1u << 9 : 0u) |
-           (health.adcOverflow & 15u) << 12;
+           ((health.adcOverflow | report.adcOverflow) & 15u) << 12;
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ struct Health {
     /// LO lock flags, one bit a channel; unset: as the synthesizers stand.
     std::optional<std::uint8_t> firstLockFlags;
     std::optional<std::uint8_t> secondLockFlags;
-    std::uint8_t adcOverflow = 0;  ///< one bit an input
+    std::uint8_t adcOverflow = 0;  ///< one bit an input, beside what captures have found
 
     /// Whether the unit says that it disciplines its timebase; unset: timebase mode 8 and a good fix.
     std::optional<bool> disciplined;
@@ -90,6 +90,8 @@ struct UnitReport {
     bool disciplines = false;
     std::uint8_t firstLockFlags = 0;
     std::uint8_t secondLockFlags = 0;
+    /// Inputs whose converters were driven over their range since the last record, one bit each.
+    std::uint8_t adcOverflow = 0;
     /// UTC for a fix whose clock follows the host.
     std::chrono::sys_seconds solutionTime{};
 };

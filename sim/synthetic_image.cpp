@@ -137,7 +137,7 @@ void putLevels(Bytes image, UnitVariation& variation) {
         for (std::size_t t = 0; t < temperatures; ++t) {
             for (std::size_t a = 0; a < attenuations; ++a) {
                 const std::size_t row = ((t * channels + c) * attenuations + a) * gridPoints;
-                const float base = -22.0f + 5.03f * countedFrom0(a) + 1.1f * warmth(t);
+                const float base = -12.0f + 5.03f * countedFrom0(a) + 1.1f * warmth(t);
                 for (std::size_t k = 0; k < gridPoints; ++k) {
                     const float level = base + 0.006f * countedFrom0(k) + 0.9f * slow[k] + 0.3f * fast[k];
                     putFloat(image, gainTable + 4 * (row + k), level);
@@ -183,7 +183,10 @@ std::vector<std::uint8_t> makeSyntheticImage(const SyntheticImageOptions& option
     putHeader(image, options);
     putTimebase(image, options, variation);
     putLevels(image, variation);
-    for (const ResponseTable& table : responseTables) putResponse(image, table, variation);
+    for (ResponseTable table : responseTables) {
+        if (options.idealResponse) table.swing = 0.0f;
+        putResponse(image, table, variation);
+    }
     sealImage(image);
     if (!options.goodChecksum) image[checksum] ^= 1;
     return image;

@@ -19,6 +19,8 @@ struct SyntheticImageOptions {
     bool pretest = true;
     bool chamber = true;
     bool goodChecksum = true;
+    /// Even rails and flat responses: ratio 1, phase 0, level 0 everywhere.
+    bool idealResponse = false;
 };
 
 /// Builds an image with smooth, non-flat tables in every section, the same for the same options.

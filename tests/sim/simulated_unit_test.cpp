@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -14,7 +16,11 @@
 #include <utility>
 #include <vector>
 
+#include "capture_support.h"
+#include "sim/byte_order.h"
+#include "sim/data_datagram.h"
 #include "sim/fault_text.h"
+#include "sim/sources.h"
 #include "support/loopback.h"
 #include "support/peer.h"
 #include "synthesizer_images.h"
@@ -79,6 +85,45 @@ TEST_F(SimulatedUnitTest, SendsAsManySampleDatagramsAsACaptureAsksFor) {
     const auto status = host.receive();
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes.size(), statusRecordBytes);
+}
+
+TEST_F(SimulatedUnitTest, HearsItsSceneWithoutAGapAndReportsWhenItIsOverdriven) {
+    const struct {
+        double dbm;
+        bool overdriven;
+    } cases[] = {{-20, false}, {6, true}, {-20, false}};
+    for (const auto& test : cases) {
+        auto scene = std::make_shared<Scene>();
+        scene->with<Tone>(3'882'812'500.0 + 1'250e3, test.dbm);
+        unit.setScene(scene);
+        Words words = test::lowImage(0x41);
+        for (const Words& more :
+             {test::passThrough(), test::stepOneHundred, {0x12000002, 0x11000008, 0x11000008}})
+            test::append(words, more);
+        send(words);
+
+        test::Samples samples;
+        for (int i = 0; i < 2; ++i) {
+            const auto block = host.receive();
+            ASSERT_TRUE(block && block->bytes.size() == dataDatagramBytes);
+            const auto part = test::samplesOf(std::span(block->bytes).subspan(20, dataPayloadBytes));
+            samples.insert(samples.end(), part.begin(), part.end());
+        }
+        if (!test.overdriven) {
+            EXPECT_NEAR(std::abs(test::lineAt(samples, 1'250e3)), 0.1 * std::sqrt(2.0), 3e-4);
+        }
+        for (const bool first : {true, false}) {
+            const auto status = host.receive();
+            ASSERT_TRUE(status && status->bytes.size() == statusRecordBytes);
+            EXPECT_EQ(getLittle32(status->bytes, 308) >> 12 & 15, test.overdriven && first ? 1u : 0u);
+        }
+    }
+    unit.setScene(nullptr);
+    send({0x12000001});
+    const auto silence = host.receive();
+    ASSERT_TRUE(silence);
+    for (std::size_t i = 20; i < 20 + dataPayloadBytes; ++i) ASSERT_EQ(silence->bytes[i], 0);
+    EXPECT_TRUE(unit.breaches().empty());
 }
 
 TEST_F(SimulatedUnitTest, BringsEachKindOfDamageToAReply) {
