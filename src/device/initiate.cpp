@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cal/correction_lookup.h"
+#include "device/channel_settings.h"
 #include "device/gps.h"
 #include "device/health.h"
 #include "device/timebase.h"
@@ -19,9 +20,8 @@ namespace {
 using words::noOperation;
 
 bool hasStreamingChannel(const HXRDevice& master) {
-    for (std::int32_t channel = 0; channel < master.channelCount; ++channel) {
-        if (master.channelEnabled[static_cast<std::size_t>(channel)] && channel != master.focusChannel)
-            return true;
+    for (std::size_t channel = 0; channel < static_cast<std::size_t>(master.channelCount); ++channel) {
+        if (streams(master, channel)) return true;
     }
     return false;
 }
@@ -118,6 +118,7 @@ HXRStatus abort(HXRDevice& device, IdleLo idle) {
     // Made before anything ends, so that there is memory for all of it or for nothing.
     const std::vector<HXRDevice*> units = groupUnits(device);
     std::vector<CommandList> lists;
+    lists.reserve(units.size());
     for (HXRDevice* unit : units) lists.push_back(stopWords(*unit, idle));
 
     endEngines(device);

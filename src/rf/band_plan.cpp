@@ -78,11 +78,8 @@ void useManualBand(std::int32_t band) { manualBand = band; }
 void useAutomaticBands() { manualBand = automatic; }
 
 std::span<const LowStepSplice> rowsForStep(int step) {
-    const auto first = std::find_if(lowStepSplices.begin(), lowStepSplices.end(),
-                                    [&](const auto& row) { return static_cast<int>(row.step) == step; });
-    const auto last = std::find_if(first, lowStepSplices.end(),
-                                   [&](const auto& row) { return static_cast<int>(row.step) != step; });
-    return {first, last};
+    return std::ranges::equal_range(lowStepSplices, step, {},
+                                    [](const LowStepSplice& row) { return static_cast<int>(row.step); });
 }
 
 int attenuatorIndexFor(double referenceLevelDbm, int requestedIndex) {

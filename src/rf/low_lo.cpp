@@ -16,15 +16,6 @@ constexpr double referenceHz = 125e6;
 constexpr double lowestVcoHz = 4e9;
 constexpr int fractions = 32;
 
-/// The output filter's code.
-std::uint8_t outputFilter(double hz) {
-    if (hz < 1.05e9) return 4;
-    if (hz < 1.75e9) return 5;
-    if (hz <= 2.85e9) return 6;
-    if (hz <= 4.85e9) return 5;
-    return 6;
-}
-
 /// The factory's point for a VCO frequency.
 const LoTableRow& tunedRow(const std::vector<LoTableRow>& table, double vcoHz) {
     constexpr double spacingHz = 7.8125e6;
@@ -76,9 +67,9 @@ WordRun buildLowLoTune(LoContext& context, int channel, int band, double hz, Idl
         appendRun(run, {write(0x34, 0x3E), write(0x38, 0) + row.a * 16 + row.c, write(0x37, row.b),
                         write(0x12, 0x00)});
     }
-    appendRun(run,
-              {write(0x25, outputFilter(hz)), write(0x24, 0x80) + (halvings << 4), write(0x17, fraction >> 4),
-               write(0x16, (fraction & 15) << 4), write(0x10, 0) + integer, words::filler, words::filler});
+    appendRun(run, {write(0x25, 0x04) + outputFilterCode(hz), write(0x24, 0x80) + (halvings << 4),
+                    write(0x17, fraction >> 4), write(0x16, (fraction & 15) << 4), write(0x10, 0) + integer,
+                    words::filler, words::filler});
     return run;
 }
 

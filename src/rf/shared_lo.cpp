@@ -142,14 +142,6 @@ void planVco(LoContext& context, double outputMHz) {
                        1;
 }
 
-std::uint32_t outputFilterFor(double hz) {
-    if (hz < 1.05e9) return 0;
-    if (hz < 1.75e9) return 1;
-    if (hz <= 2.85e9) return 2;
-    if (hz <= 4.85e9) return 1;
-    return 2;
-}
-
 /// The DDS's 48-bit tuning word, and the write that makes it count.
 WordRun ddsWords(double ddsMHz) {
     constexpr double countsPerMHz = 281'474'976'710.656;  // 2^48 / 1000
@@ -220,7 +212,7 @@ WordRun tuneSharedLo(LoContext& context, int band, double hz) {
         bandCodeWord(context),
         write(0x38, 0) + static_cast<std::uint32_t>(context.vcoCore * 16 + context.vcoBias),
         write(0x37, 0) + static_cast<std::uint32_t>(context.vcoBand),
-        write(0x25, 0x1C) + outputFilterFor(filteredHz),
+        write(0x25, 0x1C) + outputFilterCode(filteredHz),
         write(0x24, 0x80) + (exponent << 4),
         write(0x1E, 0x00) + (static_cast<std::uint32_t>(context.pumpCode) << 4) +
             (context.mainAboveOffset ? 0U : 8U),

@@ -43,6 +43,15 @@ inline Doubled doubledTo(double lowestHz, double hz) {
     return doubled;
 }
 
+/// The code of a synthesizer's output filter, the same in the channels' low LOs and in the shared one.
+constexpr words::Word outputFilterCode(double hz) {
+    if (hz < 1.05e9) return 0;
+    if (hz < 1.75e9) return 1;
+    if (hz <= 2.85e9) return 2;
+    if (hz <= 4.85e9) return 1;
+    return 2;
+}
+
 /// The row of a table at a position, the nearest one beyond its ends.
 inline std::size_t rowIndex(double position, std::size_t rows) {
     return static_cast<std::size_t>(std::clamp(position, 0.0, static_cast<double>(rows - 1)));

@@ -166,19 +166,52 @@ TEST(ChannelLo, HighLoTakesItsVcoFromTheTuningData) {
         EXPECT_EQ(Words(tune.begin() + 5, tune.begin() + 8), (Words{0xA0001F0B, 0xA0004D07, 0xA0002041}));
         EXPECT_EQ(Words(tune.begin() + 12, tune.begin() + 14), core) << hz;
         EXPECT_EQ(tune[19] & ~1U, 0xA0001502 + low) << hz;
+    }
+}
 
-        const bool byThirtyTwo = hz > 1e10;
-        const Words follow = buildHighLoFollow(context, 1, hz);
-        const double vco = hz < 1.1e10 ? 2 * hz : hz;
-        const unsigned stage = hz <= 6.5625e9 ? 6 : hz > 10.9765625e9 ? (hz >= 10.98e9 ? 11U : 9U) : 9;
-        EXPECT_EQ(
-            follow,
-            joined({{0xA0002B01, 0x05000018, 0, 0, 0, vco > 1.6e10 && vco <= 2e10 ? 0xA0001F07 : 0xA0001F09,
-                     0xA0004D07, 0xA0002001, 0x05000020, 0, 0, 0},
-                    core,
-                    {0x05000018, 0, 0, 0, 0xA0002900 + stage, 0xA0001506 + low, 0xA0001400,
-                     hz < 1.1e10 ? 0xA0001120 : 0xA0001100, byThirtyTwo ? 0xA0001020 : 0xA0001010}}))
-            << hz;
+TEST(ChannelLo, FollowSetsPumpStageAndDividerByItsEdges) {
+    struct Case {
+        double hz;
+        unsigned row, pump, stage, halvings, divider;
+    };
+    // The pump looks at the VCO, twice the output below 11 GHz; the divider counts a reference of at most 625 MHz.
+    const Case cases[] = {
+        {5.5e9, 0, 0x09, 6, 1, 0x10},   {6.5625e9, 136, 0x09, 6, 1, 0x10}, {6.6e9, 140, 0x09, 7, 1, 0x10},
+        {8e9, 320, 0x09, 7, 1, 0x10},   {8.01e9, 321, 0x07, 7, 1, 0x10},   {9e9, 448, 0x07, 9, 1, 0x10},
+        {10e9, 576, 0x07, 9, 1, 0x10},  {10.01e9, 577, 0x09, 9, 1, 0x20},  {10.99e9, 702, 0x09, 11, 1, 0x20},
+        {11e9, 0, 0x09, 11, 0, 0x20},   {16e9, 320, 0x09, 11, 0, 0x20},    {16.01e9, 320, 0x07, 11, 0, 0x20},
+        {20e9, 576, 0x07, 11, 0, 0x20}, {5e10, 704, 0x09, 11, 0, 0x20},
+    };
+    for (const LoContext& context : {LoContext(), tabled()}) {
+        for (const auto& [hz, row, pump, stage, halvings, divider] : cases) {
+            const LoTableRow& point = context.highLoTables[1][row];
+            const unsigned low = point.b % 2 * 0x80 + point.a / 2 * 0x40;
+            EXPECT_EQ(buildHighLoFollow(context, 1, hz),
+                      (Words{0xA0002B01,
+                             0x05000018,
+                             0,
+                             0,
+                             0,
+                             0xA0001F00 + pump,
+                             0xA0004D07,
+                             0xA0002001,
+                             0x05000020,
+                             0,
+                             0,
+                             0,
+                             0xA0003500 + point.c,
+                             0xA0001600 + point.b / 2 + (point.a % 2) * 0x80,
+                             0x05000018,
+                             0,
+                             0,
+                             0,
+                             0xA0002900 + stage,
+                             0xA0001506 + low,
+                             0xA0001400,
+                             0xA0001100 + halvings * 32,
+                             0xA0001000 + divider}))
+                << hz;
+        }
     }
 }
 

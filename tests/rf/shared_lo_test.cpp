@@ -69,6 +69,37 @@ TEST(SharedLo, OneGigahertzInBandNineIsTheKnownTuning) {
     EXPECT_EQ(takeSharedLoFromMaster(), (Words{0x45000081, 0x51048080}));
 }
 
+// One tuning for each of the other cores of the VCO, on both sides of the reference and of 12 GHz.
+TEST(SharedLo, EveryCoreHasItsKnownTuning) {
+    struct Case {
+        int band;
+        double hz;
+        Words words;
+    };
+    const Case cases[] = {
+        {13, 2.01e9, {0x450070E3, 0x45003813, 0x450037B5, 0x4500251E, 0x45002490, 0x45001E80,
+                      0x45001054, 1,          1,          0x4D000440, 0x4D00161C, 1,
+                      0x4901AB0A, 0x4901AAF8, 0x4901A9AF, 0x4901A88A, 0x4901A7F8, 0x4901A6B0,
+                      0x49000501, 1,          0x450070E3, 0x5103A180, 0x51061010}},
+        {12, 1.6e9, {0x45007043, 0x45003848, 0x4500374B, 0x4500251D, 0x450024A0, 0x45001E70,
+                     0x4500103C, 1,          1,          0x4D000440, 0x4D00161B, 1,
+                     0x4901AB0A, 0x4901AA3D, 0x4901A970, 0x4901A8A3, 0x4901A7D7, 0x4901A60A,
+                     0x49000501, 1,          0x45007043, 0x5103A181, 0x51061010}},
+        {19, 19e9, {0x450070A3, 0x45003823, 0x450037C5, 0x4500251E, 0x450024B0, 0x45001EA8,
+                    0x45001032, 1,          1,          0x4D000440, 0x4D00161D, 1,
+                    0x4901AB0B, 0x4901AA85, 0x4901A91E, 0x4901A8B8, 0x4901A751, 0x4901A6EC,
+                    0x49000501, 1,          0x450070A3, 0x5103A120, 0x51061000}},
+        {10, 1.4e9, {0x45007083, 0x4500382A, 0x45003715, 0x4500251D, 0x450024A0, 0x45001E78,
+                     0x45001036, 1,          1,          0x4D000440, 0x4D00161E, 1,
+                     0x4901AB09, 0x4901AA7B, 0x4901A942, 0x4901A85E, 0x4901A7D0, 0x4901A698,
+                     0x49000501, 1,          0x45007083, 0x5103A120, 0x51061000}},
+    };
+    for (const auto& [band, hz, words] : cases) {
+        LoContext context;
+        EXPECT_EQ(tuneSharedLo(context, band, hz), words) << hz;
+    }
+}
+
 TEST(SharedLo, OutputDividerFilterAndBandCodeFollowTheirEdges) {
     struct Case {
         int band;
