@@ -201,7 +201,7 @@ CapturePath::View CapturePath::makeView(const Scene& scene, double centreHz, boo
 
 CapturePath::CapturePath(const CaptureSettings& settings, const UnitCalibration& unit,
                          const RailTaps& evening, const Scene& scene)
-    : ncoHz_(settings.ncoHz) {
+    : ncoHz_(settings.ncoHz * settings.timebaseRatio) {
     for (auto* rails : {&straight_, &mirrored_}) {
         for (auto& rail : *rails) rail.resize(captureBlock);
     }
@@ -218,7 +218,7 @@ CapturePath::CapturePath(const CaptureSettings& settings, const UnitCalibration&
         return;
     }
 
-    const double loHz = *tuning.loHz;
+    const double loHz = *tuning.loHz * settings.timebaseRatio;
     const auto wanted = [&](double hz) {
         const RailGains gains = rails.at(hz - loHz);
         return 0.5 * (gains.i + gains.q);

@@ -46,12 +46,14 @@ std::size_t stepOf(double loHz) {
 
 }  // namespace
 
-std::optional<CaptureSettings> captureSettings(const UnitState& state, std::optional<double> groupHz) {
+std::optional<CaptureSettings> captureSettings(const UnitState& state, const Oscillator& oscillator,
+                                               std::optional<double> groupHz) {
     for (std::size_t channel = 0; channel < channelCount; ++channel) {
         const CaptureInput input = captureInput(state.inputSelect, channel);
         if (!input.low && !input.high && !input.fullBand) continue;
         return CaptureSettings{channel, channelTuning(state, channel, groupHz),
-                               oscillatorHz(state.registers, channel), loadedTaps(state.registers, channel)};
+                               oscillatorHz(state.registers, channel), loadedTaps(state.registers, channel),
+                               oscillator.frequencyRatio(state.timebaseDac)};
     }
     return std::nullopt;
 }

@@ -203,9 +203,9 @@ ChannelTuning Sequencer::tuning(std::size_t channel, std::optional<double> group
     return channelTuning(state_, channel, groupHz);
 }
 
-std::optional<CaptureSettings> Sequencer::captureSettings() const {
+std::optional<CaptureSettings> Sequencer::captureSettings(const Oscillator& oscillator) const {
     const std::lock_guard lock(mutex_);
-    return sim::captureSettings(state_);
+    return sim::captureSettings(state_, oscillator);
 }
 
 UnitReport Sequencer::report(bool goodFix, const Oscillator& oscillator, std::chrono::sys_seconds now) {

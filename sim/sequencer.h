@@ -42,7 +42,7 @@ class Sequencer {
     ChannelTuning tuning(std::size_t channel, std::optional<double> groupHz) const;
 
     /// What the next capture takes; nothing if no input is selected.
-    std::optional<CaptureSettings> captureSettings() const;
+    std::optional<CaptureSettings> captureSettings(const Oscillator& oscillator) const;
 
     /// Lets the GPS chip and the timebase go on until now, and gives what they and the synthesizers have to
     /// report.

@@ -135,8 +135,10 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         std::unique_lock lock(reported);
         const auto scene = options.scene;
         const double temperature = options.health.temperatureA;
+        const Oscillator oscillator = options.oscillator;
         lock.unlock();
-        const auto settings = scene && !request.onDataSocket ? sequencer.captureSettings() : std::nullopt;
+        const auto settings =
+            scene && !request.onDataSocket ? sequencer.captureSettings(oscillator) : std::nullopt;
         if (settings) {
             sendCapture(*settings, temperature, *scene, datagrams);
         } else {
@@ -257,6 +259,11 @@ std::vector<std::uint8_t> SimulatedUnit::image() const { return core_->flash.ima
 void SimulatedUnit::setScene(std::shared_ptr<const Scene> scene) {
     const std::lock_guard lock(core_->reported);
     core_->options.scene.swap(scene);
+}
+
+std::shared_ptr<const Scene> SimulatedUnit::scene() const {
+    const std::lock_guard lock(core_->reported);
+    return core_->options.scene;
 }
 
 FaultPlan& SimulatedUnit::faults() { return core_->faults; }

@@ -88,6 +88,7 @@ class SimulatedUnit {
 
     /// Puts other signals into the air, from the next capture on; null: samples of zero.
     void setScene(std::shared_ptr<const Scene> scene);
+    std::shared_ptr<const Scene> scene() const;
 
     FaultPlan& faults();
     const Recording& recording() const;

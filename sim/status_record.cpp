@@ -83,6 +83,11 @@ std::uint16_t Oscillator::steered(std::uint16_t dac) const {
     return static_cast<std::uint16_t>(dac + std::clamp<int>(distance, -stepPerRecord, stepPerRecord));
 }
 
+double Oscillator::frequencyRatio(std::uint16_t dac) const {
+    constexpr double perCount = 1e-10;
+    return 1.0 + perCount * (dac - trueDac.value_or(dac));
+}
+
 std::uint16_t temperatureCode(double degrees) {
     constexpr std::uint16_t negative = 1 << 12;
     constexpr double quarters = 4.0;

@@ -82,6 +82,8 @@ struct Oscillator {
 
     /// Where the DAC goes from `dac` in one step.
     std::uint16_t steered(std::uint16_t dac) const;
+    /// The timebase's frequency over what it should be, with the DAC at a value: 0.1 ppb a count.
+    double frequencyRatio(std::uint16_t dac) const;
 };
 
 /// The fields of the record that follow from the commands which the unit has run.

@@ -81,7 +81,7 @@ TEST_F(Sweep, PlansOfEverySizeRunAgainAndAgain) {
         int sweeps;
     };
     const Plan plans[] = {
-        {"one record of one block", 1e9, 1.001e9, 1e6, 1e6, 100},
+        {"one record of one block", 1e9, 1.001e9, 1e6, 1e6, 1000},
         {"all records", 100e3, 20e9, 1e6, 1e6, 2},
         {"records beyond a post of receives", 1e9, 1.1e9, 1e6, 5e3, 3},
         {"records of the most blocks, which meet in one post", 1e9, 1.3e9, 100.01, 100, 1},
@@ -141,7 +141,7 @@ TEST_F(Sweep, LostReplyEndsTheLinkAndNeverHangs) {
 TEST_F(Sweep, AbortAtAnyMomentLeavesTheLinkInOrder) {
     std::mt19937 generator(11);
     float supply = 0;
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 100; ++round) {
         // Long and short records: whole posts in flight, and posts that two packets share.
         configure(100e3, 6e9, round % 2 == 0 ? 1e6 : 30e3, round % 4 < 2 ? 30e3 : 3e3);
         ASSERT_EQ(hxrSweepStart(handle), hxrNoError);
