@@ -91,7 +91,10 @@ void addOptions(CLI::App& app, Arguments& arguments) {
         ->excludes(image);
     app.add_flag("!--no-chamber", arguments.synthetic.chamber, "no chamber calibration in the flash")
         ->excludes(image);
-    app.add_flag("--ideal", arguments.synthetic.idealResponse, "even rails and flat IF responses")
+    app.add_flag("--ideal", arguments.synthetic.idealResponse,
+                 "even rails and flat IF responses; hosts that have cached this serial number see them with "
+                 "a later "
+                 "--cal-date only")
         ->excludes(image);
     app.add_flag("--blank", arguments.blank, "an erased flash")->excludes(image);
     app.add_flag("--bad-checksum", arguments.badChecksum, "a checksum that is wrong")->excludes(image);

@@ -14,7 +14,7 @@ inline constexpr std::size_t imageBytes = 0x800000;
 struct SyntheticImageOptions {
     std::uint32_t serialNumber = 12345678;
     /// Date of the calibration, seconds since 1970 in UTC.
-    std::uint64_t calDate = 1'700'000'000;
+    std::uint64_t calDate = 1'710'000'000;
     bool cbb = true;
     bool pretest = true;
     bool chamber = true;

@@ -57,7 +57,7 @@ TEST_F(Connect, GivesIdentityAndHealth) {
     EXPECT_EQ((std::vector{first, second, third}), (std::vector{21, 21, 7}));
     EXPECT_EQ(channels, 4);
     EXPECT_EQ(paired, 1);
-    EXPECT_EQ(calDateOf(handle), 1'700'000'000U);
+    EXPECT_EQ(calDateOf(handle), sim::SyntheticImageOptions{}.calDate);
 
     const sim::Health health = unit.health();
     std::array<float, 11> values{};
@@ -143,7 +143,7 @@ TEST_F(Connect, ABadChecksumIsAWarningOnAWorkingUnit) {
     write(cacheFile(), bad);
     sim::SimulatedUnit& unit = startUnit();
     EXPECT_EQ(connect(), hxrCalChecksumFailed);
-    EXPECT_EQ(calDateOf(handle), 1'700'000'000U);
+    EXPECT_EQ(calDateOf(handle), sim::SyntheticImageOptions{}.calDate);
     EXPECT_EQ(unit.recording().counts().pageReplies, pagesWithACache);
     EXPECT_EQ(contentOf(cacheFile()), bad);
     hxrCloseDevice(handle);
