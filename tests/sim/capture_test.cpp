@@ -32,7 +32,7 @@ struct CaptureTest : test::SequencerFixture {
     }
 
     Samples take(const Scene& scene, std::int64_t first = someTime) {
-        const auto settings = sequencer.captureSettings();
+        const auto settings = sequencer.captureSettings({});
         if (!settings) return {};
         std::vector<std::uint8_t> payload(4 * captureBlock);
         clipped = maker.make(*settings, image, temperature, scene).take(first, payload);
@@ -144,7 +144,7 @@ TEST_F(CaptureTest, AnUntunedChannelHearsNothing) {
         for (const auto& sample : takeTone(3.88e9, -30)) ASSERT_EQ(sample, 0.0) << std::hex << words[0];
     }
     run({0x13000000});
-    EXPECT_FALSE(sequencer.captureSettings());
+    EXPECT_FALSE(sequencer.captureSettings({}));
 }
 
 TEST_F(CaptureTest, WhatLiesOutsideTheCaptureLeavesNoTrace) {

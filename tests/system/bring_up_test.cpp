@@ -200,10 +200,8 @@ TEST_F(BringUp, FindsTheTimebaseAgainWhereTheUnitHadSteeredIt) {
     ASSERT_EQ(hxrInitiate(handle), hxrNoError);
     ASSERT_EQ(hxrAbort(handle), hxrNoError);
     const std::uint16_t steered = 0x9A00;
-    unit.changeHealth([&](sim::Health& health) {
-        health.disciplined = true;
-        health.timebaseReadback = steered;
-    });
+    unit.setOscillator({.trueDac = steered});
+    ASSERT_EQ(hxrSetGPSTimebaseUpdate(handle, 1), hxrNoError);
     clock.setUtcSeconds(1'790'001'234);
     EXPECT_EQ(gpsState(), 2);
     const std::uint16_t remembered = coarseTune();
@@ -212,7 +210,7 @@ TEST_F(BringUp, FindsTheTimebaseAgainWhereTheUnitHadSteeredIt) {
     EXPECT_EQ(inUse, 0);  // none was there at the connect
     hxrCloseDevice(handle);
 
-    unit.setHealth({});
+    unit.setFix(sim::GpsFix::none());
     ASSERT_EQ(connect(), hxrNoError);
     EXPECT_EQ(coarseTune(), remembered);
     EXPECT_EQ(hxrGetGPSHoldoverInfo(handle, &inUse, &time), hxrNoError);
