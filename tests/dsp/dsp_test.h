@@ -15,6 +15,7 @@
 #include "dsp/instruction_set.h"
 #include "dsp/kernels/kernel_table.h"
 #include "dsp/samples.h"
+#include "support/allocation.h"
 
 namespace hxr {
 
@@ -50,19 +51,16 @@ class EveryKernelSet : public testing::TestWithParam<KernelSet> {
     INSTANTIATE_TEST_SUITE_P(, suite, testing::ValuesIn(kernelSets), \
                              [](const auto& set) { return std::string(set.param.name); })
 
-/// Blocks that this thread has asked operator new for.
-long allocations();
-
 /// Fails the test if anything allocates during its life.
 class NothingAllocated {
   public:
     NothingAllocated() = default;
-    ~NothingAllocated() { EXPECT_EQ(allocations(), before_) << "an operation allocated memory"; }
+    ~NothingAllocated() { EXPECT_EQ(test::allocations(), before_) << "an operation allocated memory"; }
     NothingAllocated(const NothingAllocated&) = delete;
     NothingAllocated& operator=(const NothingAllocated&) = delete;
 
   private:
-    const long before_ = allocations();
+    const long before_ = test::allocations();
 };
 
 /// An array `offset` elements behind an aligned address, with a guard behind and, but at offset 0, before it.

@@ -1,53 +1,12 @@
-// This program makes chosen allocations fail, wherever in it they are asked for.
+// The interface without memory: every allocation of a call fails once.
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 
+#include "support/allocation.h"
 #include "support/installation.h"
 #include "support/process_resources.h"
-
-namespace {
-
-/// Allocations of the armed thread that still succeed; below 0 all do.
-thread_local long allocationsLeft = -1;
-
-bool denied() {
-    if (allocationsLeft < 0) return false;
-    if (allocationsLeft == 0) return true;
-    --allocationsLeft;
-    return false;
-}
-
-void* allocate(std::size_t bytes, std::size_t alignment) noexcept {
-    if (denied()) return nullptr;
-    const std::size_t rounded = (bytes + alignment - 1) / alignment * alignment;
-    return std::aligned_alloc(alignment, rounded == 0 ? alignment : rounded);
-}
-
-void* allocateOrThrow(std::size_t bytes, std::size_t alignment) {
-    void* block = allocate(bytes, alignment);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
-}
-
-}  // namespace
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): these are the allocation functions
-void* operator new(std::size_t bytes) { return allocateOrThrow(bytes, alignof(std::max_align_t)); }
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return allocateOrThrow(bytes, static_cast<std::size_t>(alignment));
-}
-void* operator new(std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    return allocate(bytes, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
-// NOLINTEND(cppcoreguidelines-no-malloc)
 
 namespace hxr {
 namespace {
@@ -61,9 +20,9 @@ class Allocation : public test::Installation {};
 long failEveryAllocation(const std::function<HXRStatus()>& call,
                          const std::function<void(long)>& afterFailure) {
     for (long granted = 0; granted < 3000; ++granted) {
-        allocationsLeft = granted;
+        test::grantAllocations(granted);
         const HXRStatus status = call();
-        allocationsLeft = -1;
+        test::grantAllAllocations();
         if (status == hxrNoError) return granted;
         EXPECT_EQ(status, hxrMemoryAllocationErr) << granted;
         afterFailure(granted);
@@ -102,11 +61,11 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
                         });
 
     const std::string file = cacheFile().string();
-    allocationsLeft = 0;
+    test::grantAllocations(0);
     const HXRStatus fan = hxrSetFanEnabled(opened, 1);
     const HXRStatus lowPower = hxrSetLowPowerState(opened);
     const bool loaded = hxrCalLoadFromFile(file.c_str(), device(opened).corrections->image.get());
-    allocationsLeft = -1;
+    test::grantAllAllocations();
     EXPECT_EQ(fan, hxrMemoryAllocationErr);
     EXPECT_EQ(lowPower, hxrMemoryAllocationErr);
     EXPECT_FALSE(loaded);
@@ -127,10 +86,14 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
                         [&](long granted) { EXPECT_TRUE(isIdle(false)) << granted; });
 
     ASSERT_EQ(hxrInitiate(opened), hxrNoError);
+    failEveryAllocation(
+        [&] { return hxrSweepStart(opened); },
+        [&](long granted) { EXPECT_EQ(hxrSweepFinish(opened, nullptr), hxrSweepNotStartedErr) << granted; });
+    EXPECT_EQ(hxrSweepFinish(opened, nullptr), hxrNoError);
     ASSERT_EQ(hxrSweepStart(opened), hxrNoError);
-    allocationsLeft = 0;
+    test::grantAllocations(0);
     const HXRStatus closed = hxrCloseDevice(opened);
-    allocationsLeft = -1;
+    test::grantAllAllocations();
     EXPECT_EQ(closed, hxrNoError);
     EXPECT_EQ(openDescriptors(), descriptorsBefore);
 }

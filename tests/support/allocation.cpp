@@ -1,16 +1,21 @@
-// Counts what each thread allocates, wherever in this program it asks.
+// Allocation functions that count and, where they are told, fail, wherever in the program they are asked.
 
+#include "support/allocation.h"
+
+#include <cstddef>
 #include <cstdlib>
+#include <limits>
 #include <new>
-
-#include "dsp_test.h"
 
 namespace {
 
-thread_local long blocks = 0;
+constexpr long unlimited = std::numeric_limits<long>::max();
+
+thread_local long asked = 0;
+thread_local long lastGranted = unlimited;  ///< counted as `asked` is
 
 void* allocate(std::size_t bytes, std::size_t alignment) noexcept {
-    ++blocks;
+    if (++asked > lastGranted) return nullptr;
     return std::aligned_alloc(alignment, (bytes / alignment + 1) * alignment);
 }
 
@@ -22,7 +27,11 @@ void* allocateOrThrow(std::size_t bytes, std::size_t alignment) {
 
 }  // namespace
 
-long hxr::allocations() { return blocks; }
+long hxr::test::allocations() { return asked; }
+
+void hxr::test::grantAllocations(long count) { lastGranted = asked + count; }
+
+void hxr::test::grantAllAllocations() { lastGranted = unlimited; }
 
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): these are the allocation functions
 void* operator new(std::size_t bytes) { return allocateOrThrow(bytes, alignof(std::max_align_t)); }
