@@ -460,6 +460,40 @@ HXR_API HXRStatus hxrSetStreamVrtCntxInterval(int handle, int enabled, int inter
 HXR_API HXRStatus hxrSetStreamVrtEndianness(int handle, unsigned endianness);
 
 /**
+ * Tells what the stream to this host has become; each pointer may be null.
+ *
+ * @param channelCount  channels that stream
+ * @param sampleRate    of each, samples a second
+ * @param bandwidth     in Hz, perhaps less than was set: a rate carries 80 percent of itself
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr without a stream to this host
+ */
+HXR_API HXRStatus hxrStreamParameters(int handle, int* channelCount, double* sampleRate, double* bandwidth);
+
+/**
+ * Waits for the next `count` samples of all streaming channels, of one and the same instant on all of them.
+ *
+ * The library keeps 2^24 samples of each channel, a third of a second at 50 MS/s. Who fetches later loses all of them,
+ * and is told by `sampleLoss`. One thread at a time; health, GPS and sweep entries may be used beside it, hxrAbort not.
+ *
+ * @param buffers           one for each streaming channel, lowest first, with room for `count` samples: pairs of 16-bit
+ *                          integers, or of floats whose squared magnitude is the power in mW, or with full scale 1.0
+ * @param count             0 or more, also more than the library keeps
+ * @param nanoseconds       receives the time of the first sample, since 1970 in UTC once GPS has told it; may be null
+ * @param purge             1 first throws away all that is kept, and the warnings that are told once
+ * @param sampleLoss        receives 1 if kept samples were lost since the last call, else 0; may be null
+ * @param samplesRemaining  receives how many samples of each channel are left; may be null
+ * @param triggers          receives the places of triggers, counted from the first sample, perhaps with a fraction; -1.0
+ *                          behind the last one. May be null if `triggerBufSize` is 0.
+ * @param triggerBufSize    room for triggers; further ones are dropped
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr without a stream to this host; hxrInvalidParameterErr for a
+ *         negative size; hxrNullPointerErr; hxrConnectionLostErr if a unit stopped answering: what had come before is in
+ *         the buffers, zeros behind. With all samples in the buffers, the first that is true of hxrDDRBufferOverflow,
+ *         for the rest of the stream; hxrConnectionLostErr, likewise; hxrUncalData, once; hxrADCOverflow, once
+ */
+HXR_API HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t* nanoseconds, int purge,
+                                int* sampleLoss, int* samplesRemaining, double* triggers, int triggerBufSize);
+
+/**
  * Gives the linear factor that brings the full-scale samples of a streaming channel to their calibrated level, as
  * the last hxrInitiate found it. Works with streams to this host and with VRT.
  *

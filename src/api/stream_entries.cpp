@@ -1,11 +1,15 @@
-/// Stream settings.
+/// Streams and their settings.
+
+#include <algorithm>
 
 #include "api/entry.h"
 #include "device/stream_output_settings.h"
 #include "device/stream_settings.h"
+#include "stream/stream_engine.h"
 
 using hxr::HXRDevice;
 using hxr::api::deviceEntry;
+using hxr::api::give;
 
 HXRStatus hxrSetStreamDataType(int handle, unsigned type) {
     return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setStreamDataType(device, type); });
@@ -68,6 +72,39 @@ HXRStatus hxrSetStreamVrtCntxInterval(int handle, int enabled, int interval) {
 HXRStatus hxrSetStreamVrtEndianness(int handle, unsigned endianness) {
     return deviceEntry(handle,
                        [&](HXRDevice& device) { return hxr::setStreamVrtEndianness(device, endianness); });
+}
+
+HXRStatus hxrStreamParameters(int handle, int* channelCount, double* sampleRate, double* bandwidth) {
+    return deviceEntry(handle, [&](const HXRDevice& device) {
+        if (!device.streamEngine) return hxrInvalidConfigurationErr;
+        const auto& parameters = device.streamEngine->parameters();
+        give(channelCount, parameters.channelCount);
+        give(sampleRate, parameters.sampleRate);
+        give(bandwidth, parameters.bandwidth);
+        return hxrNoError;
+    });
+}
+
+HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t* nanoseconds, int purge,
+                        int* sampleLoss, int* samplesRemaining, double* triggers, int triggerBufSize) {
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        if (!device.initiated || !device.streamEngine) return hxrInvalidConfigurationErr;
+        if (count < 0 || triggerBufSize < 0) return hxrInvalidParameterErr;
+        const int channels = device.streamEngine->parameters().channelCount;
+        const bool hasBuffers =
+            buffers != nullptr &&
+            std::none_of(buffers, buffers + channels, [](void* buffer) { return buffer == nullptr; });
+        if ((count > 0 && !hasBuffers) || (triggerBufSize > 0 && triggers == nullptr))
+            return hxrNullPointerErr;
+        return device.streamEngine->receive({.buffers = buffers,
+                                             .count = count,
+                                             .nanoseconds = nanoseconds,
+                                             .purge = purge == 1,
+                                             .sampleLoss = sampleLoss,
+                                             .samplesRemaining = samplesRemaining,
+                                             .triggers = triggers,
+                                             .triggerRoom = triggerBufSize});
+    });
 }
 
 HXRStatus hxrStreamCorrection(int handle, int channel, float* correction) {

@@ -6,6 +6,7 @@
 #include <numbers>
 
 #include "cal/correction_lookup.h"
+#include "cal/fixed_point.h"
 #include "dsp/fft_real.h"
 #include "dsp/fir_design.h"
 
@@ -163,10 +164,7 @@ std::array<std::uint32_t, tapBlockWords> tapBlock(const ResponseTaps& taps) {
     constexpr double fullScale = 32000.0;
     constexpr std::size_t leadingZeros = 4;
     // The taps' largest is 1, but a negative one can go beyond -1, and calibration data with gaps give none at all.
-    const auto code = [](float tap) {
-        const double scaled = std::isnan(tap) ? 0.0 : std::clamp(tap * fullScale, -32768.0, 32767.0);
-        return static_cast<std::uint32_t>(static_cast<std::uint16_t>(static_cast<std::int16_t>(scaled)));
-    };
+    const auto code = [](float tap) { return std::uint32_t{fixed16(tap * fullScale)}; };
     std::array<std::uint32_t, tapBlockWords> words{};
     for (std::size_t n = 0; n < taps.size(); ++n) {
         words[leadingZeros + n] = code(taps[n].second) << 16 | code(taps[n].first);

@@ -1,6 +1,7 @@
 #include "device/hxr_device.h"
 
 #include "device/initiate.h"
+#include "stream/stream_engine.h"
 #include "sweep/sweep_engine.h"
 
 namespace hxr {

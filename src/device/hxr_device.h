@@ -17,6 +17,7 @@
 
 namespace hxr {
 
+class StreamEngine;
 class SweepEngine;
 
 /// One receiver unit: its link, all its settings and its last health values.
@@ -48,7 +49,8 @@ struct HXRDevice : EnvironmentSettings,
     std::vector<HXRDevice*> slaves;  ///< the other units of the group, owned by the device table
     bool isSlave = false;            ///< this unit is in another's `slaves`
     LoContext loContext;
-    std::unique_ptr<SweepEngine> sweepEngine;  ///< while a sweep plan is in place; on a group's master
+    std::unique_ptr<SweepEngine> sweepEngine;    ///< while a sweep plan is in place; on a group's master
+    std::unique_ptr<StreamEngine> streamEngine;  ///< while a local stream runs; on a group's master
     std::array<std::int32_t, words::channelsPerUnit> lastBand{};  ///< of the full-band capture, by channel
     AcquisitionMutex acquisitionMutex;
     Published<LastStatus> lastStatus;

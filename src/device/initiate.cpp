@@ -12,6 +12,7 @@
 #include "device/timebase.h"
 #include "link/builders.h"
 #include "rf/rest_words.h"
+#include "stream/stream_engine.h"
 #include "sweep/sweep_engine.h"
 
 namespace hxr {
@@ -77,7 +78,10 @@ void prepareUnits(HXRDevice& master) {
 }
 
 /// No thread of theirs uses a link any more.
-void endEngines(HXRDevice& master) { master.sweepEngine.reset(); }
+void endEngines(HXRDevice& master) {
+    master.sweepEngine.reset();
+    master.streamEngine.reset();
+}
 
 void becomeIdle(HXRDevice& master) {
     master.initiated = false;
@@ -108,6 +112,14 @@ HXRStatus initiate(HXRDevice& device) {
         result = configureSweep(device);
         if (result < 0) return result;
         device.sweepConfigured = true;
+    }
+    if (device.streamActive && hasStreamingChannel(device)) {
+        result = configureStream(device);
+        // Units may have been started already.
+        device.initiated = true;
+        if (result < 0) abortForGood(device);
+        if (result < 0) return result;
+        device.streamConfigured = true;
     }
     device.initiated = true;
     return result;

@@ -40,12 +40,11 @@ Word converter(PairedChip pair, std::uint32_t data) { return words::pairedWord(p
 
 /// Stand-ins for the fields of the context packets, until a stream gives them real ones.
 WordRun contextStandIns() {
-    constexpr std::uint16_t firstContextRegister = 0x0040;
-    constexpr std::uint32_t count = 45, packetFields = 9;
-    constexpr Word packetHead = 0xA9A64000, everyByte = 0x01010101;
-    WordRun run{words::registerBlock(count, firstContextRegister)};
+    constexpr std::uint32_t count = 5 * words::contextRecordRegisters;
+    constexpr Word everyByte = 0x01010101;
+    WordRun run{words::registerBlock(count, words::firstContextRegister)};
     for (std::uint32_t i = 0; i < count; ++i)
-        run.push_back(i % packetFields == 0 ? packetHead : i * everyByte);
+        run.push_back(i % words::contextRecordRegisters == 0 ? words::contextFields : i * everyByte);
     return run;
 }
 

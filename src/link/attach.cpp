@@ -25,6 +25,15 @@ constexpr PageRange chamberRest{193, 1151};
 
 std::uint32_t registerSeconds(std::int64_t seconds) { return static_cast<std::uint32_t>(seconds); }
 
+void appendTimeOf(const GpsFix& fix, CommandList& list) {
+    appendRegister(list, dateRegister, registerSeconds(fix.date()));
+    appendRegister(list, timeRegister, registerSeconds(fix.time()));
+}
+
+GpsFix fixOf(const StatusRecord& record) {
+    return GpsFix(record.bytes().subspan<StatusRecord::gpsBlock, StatusRecord::gpsBlockSize>());
+}
+
 }  // namespace
 
 HXRStatus DeviceInterface::attach(const char* hostAddr, const char* deviceAddr, std::uint16_t port) {
@@ -50,12 +59,11 @@ std::optional<StatusRecord> DeviceInterface::firstContact(const char* hostAddr, 
 }
 
 bool DeviceInterface::stampDateAndTime(const StatusRecord& record) {
-    const GpsFix fix(record.bytes().subspan<StatusRecord::gpsBlock, StatusRecord::gpsBlockSize>());
+    const GpsFix fix = fixOf(record);
     CommandList list;
     list.beginPacket();
     if (record.magicIsRight() && fix.timeIsValid()) {
-        appendRegister(list, dateRegister, registerSeconds(fix.date()));
-        appendRegister(list, timeRegister, registerSeconds(fix.time()));
+        appendTimeOf(fix, list);
         timeSeeded_ = true;
     } else {
         const std::int64_t now = clock_.utcSeconds();
@@ -63,6 +71,14 @@ bool DeviceInterface::stampDateAndTime(const StatusRecord& record) {
         appendRegister(list, dateRegister, registerSeconds(platform::startOfDay(now)));
     }
     return sendList(list);
+}
+
+void DeviceInterface::appendTimeSeed(CommandList& list) {
+    if (timeSeeded_) return;
+    StatusRecord record;
+    if (!readStatus(&record) || !record.magicIsRight()) return;
+    appendTimeOf(fixOf(record), list);
+    timeSeeded_ = true;
 }
 
 HXRStatus DeviceInterface::fillImage() {

@@ -86,6 +86,9 @@ class DeviceInterface {
     bool calChecksumFailed() const { return calChecksumFailed_; }
     /// The unit's date and time registers hold the time of its GPS fix.
     bool timeSeeded() const { return timeSeeded_; }
+    /// Appends the words that set these registers, if nobody has done so, from a status record. Good or bad, the fix
+    /// counts; without a record nothing is appended.
+    void appendTimeSeed(CommandList& list);
     /// The flash as read, and what a cache file held; 0xFF where nothing was read.
     const HXRCalData& flashCopy() const { return *flashCopy_; }
     /// Where this host keeps the unit's files.

@@ -28,6 +28,7 @@ constexpr Word registerBlock(std::uint32_t count, std::uint16_t address) {
 /// Strobes that the units of a group align on.
 enum class Strobe : std::uint32_t {
     streamedChannels = 0x0004,  ///< precedes streamed channels
+    streamConfigured = 0x0006,  ///< closes a stream's configuration
     initiate = 0x0008,          ///< at every initiate
     openEnd = 0x000F,           ///< closes the open sequence
 };
@@ -51,6 +52,13 @@ constexpr std::uint16_t pauseTicks(double microseconds) {
     return static_cast<std::uint16_t>(std::min(65535.0, microseconds / 1.016));
 }
 
+/// Tells the unit how long its chain of filters delays a stream, by the decimation in the receiver: 1, 2 or 4.
+constexpr Word chainDelay(int hardwareDecimation) {
+    constexpr Word shortest = 0x5000;
+    const Word samples = hardwareDecimation == 1 ? 361 : hardwareDecimation == 2 ? 609 : 1096;
+    return 0x06010000 | (shortest + samples);
+}
+
 /// How the unit's timebase is steered.
 enum class TimebaseMode : std::uint32_t { external = 0, internal = 4, followGps = 8, bringUp = 12 };
 
@@ -61,6 +69,14 @@ constexpr Word timebase(TimebaseMode mode, std::uint16_t dac) {
 /// @param setPoint  in the fan controller's own units
 constexpr Word fan(bool on, std::uint16_t setPoint) { return 0x0C000000 | (on ? 0U : 1U) << 16 | setPoint; }
 
+/// Starts a stream of samples.
+///
+/// @param timing    of `groupTimingByte`
+/// @param dataPort  of the data socket; 0 for a stream to VRT addresses
+constexpr Word streamStart(std::uint8_t timing, std::uint16_t dataPort) {
+    return 0x0E010000 | static_cast<std::uint32_t>(timing) << 16 | dataPort;
+}
+
 /// Ends any stream of samples to the data socket's port.
 constexpr Word streamStop(std::uint16_t dataPort) { return 0x0E000000 | dataPort; }
 
@@ -70,6 +86,16 @@ constexpr Word channelRoute(std::uint16_t setup) { return 0x0F000000 | setup; }
 /// The route that leads flash pages to the control socket.
 inline constexpr Word flashRoute = channelRoute(0x0100);
 
+/// Lets context packets go out in a stream, one of each channel every `interval` sample packets.
+constexpr Word contextPackets(bool enabled, std::uint16_t interval) {
+    return 0x10000000 | (enabled ? 1U : 0U) << 16 | interval;
+}
+
+// The registers that fill in the context packets, a record for each channel: first which fields there are, then these.
+inline constexpr std::uint16_t firstContextRegister = 0x0040;
+inline constexpr std::uint16_t contextRecordRegisters = 9;
+inline constexpr Word contextFields = 0xA9A64000;
+
 /// Causes one status datagram.
 inline constexpr Word statusRequest = 0x11000008;
 
@@ -78,6 +104,9 @@ constexpr Word captureAndSend(std::uint32_t datagrams) { return 0x12000000 | dat
 
 /// Selects what captures are taken from, one bit for each channel and way; 0 clears the selection.
 constexpr Word inputSelect(std::uint32_t inputs) { return 0x13000000 | inputs; }
+
+/// On the data socket: causes `datagrams` datagrams of a running stream.
+constexpr Word streamRequest(std::uint16_t datagrams) { return 0x43660000 | datagrams; }
 
 constexpr Word selectFlashPage(std::uint16_t page) { return 0x1E000000 | page; }
 

@@ -61,6 +61,19 @@ constexpr PathSwitches pathSwitches(bool high, bool fullBand) {
     return fullBand ? PathSwitches{1, 1, 0, 0, 1} : PathSwitches{1, 0, 1, 1, 1};
 }
 
+/// An NCO's frequency in its counts, negative ones in two's complement.
+std::uint64_t ncoCounts(double offsetHz) {
+    return static_cast<std::uint64_t>(
+        static_cast<std::int64_t>(std::floor(offsetHz / ncoResolutionHz + 0.5)));
+}
+
+std::uint16_t ncoRegister(int channel) { return static_cast<std::uint16_t>(0x300 + 2 * channel); }
+
+void appendNcoWord(CommandList& list, std::uint16_t address, std::uint64_t word) {
+    appendRegisterBlock(list, address,
+                        std::array{static_cast<std::uint32_t>(word), static_cast<std::uint32_t>(word >> 32)});
+}
+
 /// Exchanges the outer two of three bits.
 constexpr std::uint32_t mirrored(std::uint32_t code) { return (code & 1) << 2 | (code & 2) | code >> 2; }
 
@@ -131,11 +144,15 @@ void appendInputSelect(CommandList& list, bool fullBand, int channel, int band) 
 
 void appendNco(CommandList& list, int channel, double offsetHz) {
     constexpr std::uint64_t wordBits = (std::uint64_t{1} << 56) - 1;
-    constexpr int firstRegister = 0x300;
-    const auto counts = static_cast<std::int64_t>(std::floor(offsetHz / ncoResolutionHz + 0.5));
-    const std::uint64_t word = static_cast<std::uint64_t>(counts) & wordBits;
-    const std::array halves{static_cast<std::uint32_t>(word), static_cast<std::uint32_t>(word >> 32)};
-    appendRegisterBlock(list, static_cast<std::uint16_t>(firstRegister + 2 * channel), halves);
+    appendNcoWord(list, ncoRegister(channel), ncoCounts(offsetHz) & wordBits);
+}
+
+void appendStreamNco(CommandList& list, int channel, double offsetHz, bool shared) {
+    constexpr std::uint64_t wordBits = (std::uint64_t{1} << 62) - 1, sharedBit = std::uint64_t{1} << 62;
+    constexpr std::uint16_t sharedRegister = 0x30E;
+    const std::uint64_t counts = ncoCounts(offsetHz);
+    appendNcoWord(list, ncoRegister(channel), (counts & wordBits) | (shared ? sharedBit : 0));
+    if (shared) appendNcoWord(list, sharedRegister, counts);
 }
 
 }  // namespace hxr

@@ -37,4 +37,7 @@ void appendInputSelect(CommandList& list, bool fullBand, int channel, int band);
 /// Appends the words that make a channel's NCO move `offsetHz` to the middle of the captured band.
 void appendNco(CommandList& list, int channel, double offsetHz);
 
+/// The same for a stream. Channels that share their LO turn with one oscillator, which is set along.
+void appendStreamNco(CommandList& list, int channel, double offsetHz, bool shared);
+
 }  // namespace hxr

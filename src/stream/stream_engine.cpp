@@ -1,0 +1,300 @@
+#include "stream/stream_engine.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <optional>
+#include <span>
+
+#include "device/hxr_device.h"
+#include "dsp/fir.h"
+#include "platform/thread.h"
+#include "rf/frequency_grid.h"
+#include "stream/filter_design.h"
+#include "stream/sample_ring.h"
+#include "stream/start_sequence.h"
+#include "stream/stream_plan.h"
+#include "stream/turn_batch.h"
+
+namespace hxr {
+namespace {
+
+/// What the packets and the links have warned of since the application was last told.
+struct Warnings {
+    std::atomic<bool> adcOverflow = false, sampleLoss = false;  // told once
+    std::atomic<bool> ddrOverflow = false, linkLost = false;    // told for the stream's life
+};
+
+/// The host's filter and sample-down of all channels of a unit.
+class HostDecimation {
+  public:
+    HostDecimation(const StreamSettings& settings, std::size_t channels)
+        : factor_(settings.hostDecimation),
+          samplesPerTurn_(static_cast<std::size_t>(samplesPerPacket / factor_)),
+          decimated_(platform::makeAlignedArray<cf32>(channels * TurnBatch::mostTurns * samplesPerTurn_)) {
+        const std::vector<cf32> taps =
+            designHostTaps(settings.outputBandwidth, settings.hardwareDecimation, settings.hostDecimation);
+        filters_.reserve(channels);
+        for (std::size_t i = 0; i < channels; ++i)
+            filters_.emplace_back(taps.data(), static_cast<int>(taps.size()), factor_, samplesPerPacket);
+    }
+
+    /// Samples at the hardware rate by which the filter's outputs are late.
+    int delay() const { return factor_ * 32; }
+    int factor() const { return factor_; }
+    std::size_t samplesPerTurn() const { return samplesPerTurn_; }
+
+    const cf32* decimate(std::size_t channel, std::size_t turn, const ci16* samples) {
+        cf32* const out = decimated_.get() + (channel * TurnBatch::mostTurns + turn) * samplesPerTurn_;
+        filters_[channel].process(samples, samplesPerPacket, out);
+        return out;
+    }
+
+  private:
+    int factor_;
+    std::size_t samplesPerTurn_;
+    std::vector<FirDecimator> filters_;
+    platform::AlignedArray<cf32> decimated_;  ///< by channel, then turn
+};
+
+/// One unit's share of a stream: from its data endpoint into the ring.
+class UnitStream {
+  public:
+    struct Place {
+        const StreamLayout& layout;
+        std::size_t unit;
+    };
+
+    UnitStream(HXRDevice& device, const Place& place, const StreamSettings& settings, StreamLists lists,
+               SampleRing& ring, Warnings& warnings)
+        : link_(*device.link),
+          unit_(place.unit),
+          channels_(place.layout.channelsOfUnit[place.unit]),
+          hardwareNs_(1e9 / (captureRateHz / settings.hardwareDecimation)),
+          lists_(std::move(lists)),
+          ring_(ring),
+          warnings_(warnings),
+          assembler_(channels_) {
+        if (unit_ == place.layout.clockUnit) triggers_.emplace(settings.streamTriggerEdge == 0 ? 1 : -1);
+        if (settings.hostDecimation > 1) decimation_.emplace(settings, channels_);
+        request_[0] = words::streamRequest(static_cast<std::uint16_t>(requestPackets()));
+    }
+
+    /// Configures and starts the unit in its turn.
+    /// @return false if the stream was given up meanwhile
+    bool start(StartSequence& sequence) {
+        const bool master = unit_ == 0;
+        const auto tell = [this](const CommandList& list) {
+            StatusRecord answer;  // its coming tells that the list has been run
+            if (link_.sendList(list)) link_.readStatus(&answer);
+        };
+        if (!sequence.beforeConfiguring(master)) return false;
+        tell(lists_.config);
+        if (!sequence.beforeStarting(master)) return false;
+        tell(lists_.start);
+        sequence.afterStarting(master);
+        return true;
+    }
+
+    /// Brings samples until it is told to stop, or until the link is lost.
+    void run(const std::atomic<bool>& running) {
+        if (channels_ == 0) return;
+        for (int slot = 0; slot < requestsUnderWay; ++slot) request(slot);
+        int slot = 0;
+        for (; running; slot = (slot + 1) % requestsUnderWay) {
+            ReceiveResult& received = *collect(slot);
+            const bool lost = received.timedOut;
+            processBatch(received);
+            if (lost) {
+                loseLink();
+                return;
+            }
+            request(slot);
+        }
+        for (int i = 0; i < requestsUnderWay && !collect(slot)->timedOut; ++i)
+            slot = (slot + 1) % requestsUnderWay;
+    }
+
+  private:
+    static constexpr int requestsUnderWay = 8;
+    static constexpr unsigned timeoutMs = 2000;
+
+    int requestPackets() const { return turnsPerRequest * static_cast<int>(channels_); }
+
+    void request(int slot) {
+        link_.data().postReceives(slot, requestPackets(), timeoutMs);
+        link_.data().send(slot, request_.data());
+    }
+
+    ReceiveResult* collect(int slot) {
+        ReceiveResult* const received = link_.data().collectReceives(slot);
+        link_.data().waitSend(slot);
+        return received;
+    }
+
+    void loseLink() {
+        link_.loseLink();
+        warnings_.linkLost = true;
+        ring_.end();
+    }
+
+    void processBatch(ReceiveResult& received) {
+        assembler_.read(received, batch_);
+        SampleRing::Blocks blocks{
+            .turns = batch_.turns,
+            .samplesPerTurn = decimation_ ? decimation_->samplesPerTurn() : samplesPerPacket,
+            .time = batch_.time};
+        if (triggers_) blocks.trigger = triggers_->find(batch_);
+        for (std::size_t channel = 0; channel < channels_; ++channel) {
+            for (std::size_t turn = 0; turn < batch_.turns; ++turn) {
+                const ci16* const samples = batch_.samples[channel][turn];
+                stored_[channel][turn] =
+                    decimation_ ? static_cast<const void*>(decimation_->decimate(channel, turn, samples))
+                                : samples;
+            }
+            blocks.of[channel] = std::span(stored_[channel]).first(batch_.turns);
+        }
+        if (decimation_) takeOffDelay(blocks);
+        if (batch_.ddrOverflow) warnings_.ddrOverflow = true;
+        ring_.push(unit_, blocks);
+        if (batch_.adcOverflow) warnings_.adcOverflow = true;
+        if (batch_.sampleLoss) warnings_.sampleLoss = true;
+    }
+
+    /// The host's filter lets samples out later than they came in.
+    void takeOffDelay(SampleRing::Blocks& blocks) const {
+        const int delay = decimation_->delay();
+        if (blocks.time) *blocks.time -= static_cast<std::uint64_t>(hardwareNs_ * delay);
+        if (blocks.trigger) blocks.trigger = (*blocks.trigger + delay) / decimation_->factor();
+    }
+
+    DeviceInterface& link_;
+    const std::size_t unit_;  ///< position in the group
+    const std::size_t channels_;
+    const double hardwareNs_;  ///< of a sample as the unit sends it
+    const StreamLists lists_;
+    SampleRing& ring_;
+    Warnings& warnings_;
+    TurnAssembler assembler_;
+    std::optional<TriggerFinder> triggers_;
+    std::optional<HostDecimation> decimation_;
+    std::array<std::uint32_t, wordsPerPacket> request_{};
+    TurnBatch batch_;
+    std::array<std::array<const void*, TurnBatch::mostTurns>, words::channelsPerUnit> stored_{};
+};
+
+}  // namespace
+
+/// A stream with all that runs it.
+class StreamEngine::Run {
+  public:
+    Run(HXRDevice& master, std::vector<StreamLists> lists)
+        : layout_(master),
+          parameters{static_cast<int>(layout_.channelCount), captureRateHz / master.decimation,
+                     master.outputBandwidth},
+          ring_(layout_, master.hostDecimation > 1, 1e9 / parameters.sampleRate),
+          start_(layout_.unitCount) {
+        format_.floats = master.streamDataType == 1;
+        for (std::size_t i = 0; i < layout_.channelCount; ++i) {
+            const double factor = master.streamCorrection[layout_.groupChannel[i]];
+            format_.scale[i] = master.streamFullScale ? 1.0F : static_cast<float>(factor);
+        }
+        const std::vector<HXRDevice*> units = groupUnits(master);
+        for (std::size_t u = 0; u < units.size(); ++u) {
+            streams_.push_back(std::make_unique<UnitStream>(*units[u], UnitStream::Place{layout_, u}, master,
+                                                            std::move(lists[u]), ring_, warnings_));
+        }
+        try {
+            for (std::size_t u = 0; u < units.size(); ++u) {
+                threads_[u] =
+                    platform::Thread("Stream Thread", platform::ThreadPriority::timeCritical, [this, u] {
+                        if (streams_[u]->start(start_)) streams_[u]->run(running_);
+                    });
+            }
+        } catch (...) {
+            start_.giveUp();
+            throw;  // the threads join first
+        }
+        start_.awaitAll();
+    }
+
+    ~Run() {
+        running_ = false;
+        for (platform::Thread& thread : threads_) thread.join();
+    }
+
+    HXRStatus receive(const Request& request);
+
+  private:
+    const StreamLayout layout_;
+
+  public:
+    const Parameters parameters;
+
+  private:
+    void deliverSilence(const Request& request, std::int64_t from) const;
+
+    SampleRing ring_;
+    SampleFormat format_;
+    Warnings warnings_;
+    StartSequence start_;
+    std::vector<std::unique_ptr<UnitStream>> streams_;
+    std::atomic<bool> running_ = true;
+    std::array<platform::Thread, mostUnits> threads_;
+};
+
+HXRStatus StreamEngine::Run::receive(const Request& request) {
+    if (request.purge) {
+        warnings_.adcOverflow = warnings_.sampleLoss = false;
+        ring_.purge();
+    }
+    const std::span triggers(request.triggers, static_cast<std::size_t>(request.triggerRoom));
+    std::size_t found = 0;
+    std::int64_t collected = 0;
+    while (collected < request.count && ring_.waitForSamples()) {
+        const SampleRing::Destination destination{{request.buffers, layout_.channelCount}, collected};
+        const auto pulled =
+            ring_.pull(request.count - collected, format_, destination, triggers.subspan(found));
+        if (collected == 0 && request.nanoseconds != nullptr) *request.nanoseconds = pulled.time;
+        for (double& position : triggers.subspan(found, pulled.triggers))
+            position += static_cast<double>(collected);
+        found += pulled.triggers;
+        collected += pulled.samples;
+    }
+    std::ranges::fill(triggers.subspan(found), -1.0);
+    if (request.samplesRemaining != nullptr) *request.samplesRemaining = static_cast<int>(ring_.available());
+    if (request.sampleLoss != nullptr) *request.sampleLoss = ring_.takeOverflow() ? 1 : 0;
+
+    const bool adcOverflow = warnings_.adcOverflow.exchange(false);
+    const bool sampleLoss = warnings_.sampleLoss.exchange(false);
+    if (collected < request.count) {
+        deliverSilence(request, collected);
+        return hxrConnectionLostErr;
+    }
+    if (warnings_.ddrOverflow) return hxrDDRBufferOverflow;
+    if (warnings_.linkLost) return hxrConnectionLostErr;
+    if (sampleLoss) return hxrUncalData;
+    return adcOverflow ? hxrADCOverflow : hxrNoError;
+}
+
+/// What was asked for and never came.
+void StreamEngine::Run::deliverSilence(const Request& request, std::int64_t from) const {
+    const std::size_t sampleBytes = format_.floats ? sizeof(cf32) : sizeof(ci16);
+    for (std::size_t channel = 0; channel < layout_.channelCount; ++channel) {
+        auto* const buffer = static_cast<std::byte*>(request.buffers[channel]);
+        std::memset(buffer + static_cast<std::size_t>(from) * sampleBytes, 0,
+                    static_cast<std::size_t>(request.count - from) * sampleBytes);
+    }
+}
+
+StreamEngine::StreamEngine(HXRDevice& master, std::vector<StreamLists> lists)
+    : run_(std::make_unique<Run>(master, std::move(lists))) {}
+
+StreamEngine::~StreamEngine() = default;
+
+const StreamEngine::Parameters& StreamEngine::parameters() const { return run_->parameters; }
+
+HXRStatus StreamEngine::receive(const Request& request) { return run_->receive(request); }
+
+}  // namespace hxr
