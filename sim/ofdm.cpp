@@ -9,6 +9,7 @@
 
 #include "sim/placement.h"
 #include "sim/rotation.h"
+#include "sim/sources.h"
 
 namespace hxr::sim {
 namespace {

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "sim/phase.h"
 #include "sim/scene.h"
-#include "sim/sources.h"
 
 namespace hxr::sim {
 
