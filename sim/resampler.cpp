@@ -1,7 +1,6 @@
 #include "sim/resampler.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 #include "sim/low_pass.h"
@@ -15,6 +14,7 @@ constexpr std::size_t phases = 256;
 constexpr double halfLength = 32.0;
 /// Middle of a slope that ends at half the lower rate.
 constexpr double cutoff = 0.5 - 0.5 * lowPassSlope / halfLength;
+/// Numbers of taps are multiples of this, which vectors divide without a rest.
 constexpr std::size_t lanes = 8;
 
 }  // namespace
@@ -44,6 +44,7 @@ std::size_t Resampler::needed(std::size_t count) const {
 }
 
 void Resampler::resample(Baseband out, const Baseband& in, double fraction) const {
+    const std::size_t taps = taps_ / lanes * lanes;
     for (std::size_t n = 0; n < out.size(); ++n) {
         const double place = fraction + static_cast<double>(n) * step_;
         const auto first = static_cast<std::size_t>(place);
@@ -54,18 +55,11 @@ void Resampler::resample(Baseband out, const Baseband& in, double fraction) cons
         const float* const next = here + taps_;
         const float* const inI = in.i.data() + first;
         const float* const inQ = in.q.data() + first;
-        std::array<float, lanes> sumI{}, sumQ{};
-        for (std::size_t k = 0; k < taps_; k += lanes) {
-            for (std::size_t lane = 0; lane < lanes; ++lane) {
-                const float tap = here[k + lane] + between * (next[k + lane] - here[k + lane]);
-                sumI[lane] += tap * inI[k + lane];
-                sumQ[lane] += tap * inQ[k + lane];
-            }
-        }
         float i = 0.0f, q = 0.0f;
-        for (std::size_t lane = 0; lane < lanes; ++lane) {
-            i += sumI[lane];
-            q += sumQ[lane];
+        for (std::size_t k = 0; k < taps; ++k) {
+            const float tap = here[k] + between * (next[k] - here[k]);
+            i += tap * inI[k];
+            q += tap * inQ[k];
         }
         out.i[n] = i;
         out.q[n] = q;
