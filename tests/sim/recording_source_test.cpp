@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "recording_support.h"
+#include "sim/phase.h"
 #include "sim/sigmf.h"
 #include "support/temporary_folder.h"
 
@@ -110,6 +111,19 @@ TEST_F(RecordingTest, GoesOnWithoutASeamFromOneStretchToTheNext) {
         const Samples part = listen(source, middleHz + test.centreHz, someTime + 1001, 777);
         for (std::size_t n = 0; n < part.size(); ++n)
             ASSERT_NEAR(std::abs(part[n] - whole[n + 1001]), 0.0, 2e-6) << test.rateHz << " " << n;
+    }
+}
+
+TEST_F(RecordingTest, AllCentresSeeTheSamePhase) {
+    const double lineHz = 40e6;
+    const auto source = play(lineOf(768, 250, 1.0), 122.88e6);
+    const auto phaseSeenFrom = [&](double centreHz) {
+        const Samples samples = listen(source, middleHz + centreHz, someTime, 2048);
+        return lineAt(samples, lineHz - centreHz) *
+               onCircle(phaseAt(turnsPerSample(middleHz + centreHz), someTime));
+    };
+    for (const double centreHz : {25e6, 36e6, 45e6, 55e6}) {
+        EXPECT_NEAR(std::abs(phaseSeenFrom(centreHz) - phaseSeenFrom(30e6)), 0.0, 1e-4) << centreHz;
     }
 }
 
