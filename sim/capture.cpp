@@ -8,7 +8,7 @@
 
 #include "sim/byte_order.h"
 #include "sim/phase.h"
-#include "sim/sources.h"
+#include "sim/rotation.h"
 
 namespace hxr::sim {
 namespace {
@@ -270,7 +270,7 @@ bool CapturePath::take(std::int64_t firstSample, std::span<std::uint8_t> payload
     const Baseband out = Baseband{straight_[0], straight_[1]}.part(0, count);
     if (leak_ != 0.0) {
         const Turns perSample = turnsPerSample(ncoHz_);
-        addRotation(out, phaseAt(perSample, firstSample), perSample, leak_);
+        addRotation(out, {phaseAt(perSample, firstSample), perSample, leak_});
     }
     if (mirrors) {
         for (std::size_t n = 0; n < count; ++n) {

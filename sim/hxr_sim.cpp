@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,11 +13,13 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <ratio>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "sim/fault_text.h"
+#include "sim/scene_file.h"
 #include "sim/scene_text.h"
 #include "sim/simulated_unit.h"
 #include "sim/sources.h"
@@ -65,7 +68,8 @@ constexpr const char* examples =
     "  hxr-sim --fault page=300:length=8215         one flash page cut by a byte\n"
     "  hxr-sim --fault dies-after=500               a unit that falls silent in the middle\n"
     "  hxr-sim --tone 2.4G:-30 --noise -150         a carrier above noise, -30 dBm at 2.4 GHz\n"
-    "  hxr-sim --scene demo                         a dozen signals from 100 kHz to 20 GHz\n";
+    "  hxr-sim --scene demo                         a dozen signals from 100 kHz to 20 GHz\n"
+    "  hxr-sim --scene air.txt                      those that a file tells\n\n";
 
 void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--address", arguments.addresses, "local address; repeat it for several units")
@@ -110,14 +114,14 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_flag("--clock-fault", arguments.clockFault, "converter clocks that are not aligned");
     app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
     app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
-    app.add_option("--scene", arguments.scene, "signals in the air: demo")->check(CLI::IsMember({"demo"}));
+    app.add_option("--scene", arguments.scene, "signals in the air: demo, or a file of the form below");
     app.add_option("--tone", arguments.tones, hxr::sim::toneTextForm);
     app.add_option("--noise", arguments.noise, "density of noise in the air, dBm in 1 Hz");
     auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
     app.add_flag("--verbose", arguments.verbose, "print unknown words and broken rules at the end")
         ->excludes(quiet);
     app.set_version_flag("--version", "hxr-sim " HXR_SIM_VERSION);
-    app.footer(examples);
+    app.footer(examples + hxr::sim::sceneFileForm());
 }
 
 std::vector<std::uint8_t> readImage(const std::string& path) {
@@ -148,10 +152,20 @@ std::vector<std::uint32_t> countedUp(std::vector<std::uint32_t> values, std::siz
     return values;
 }
 
+/// The present sample of a capture, counted from 1970.
+std::int64_t presentSample() {
+    using Samples = std::chrono::duration<std::int64_t, std::ratio<1, 50'000'000>>;
+    return std::chrono::floor<Samples>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 /// What all units hear; nothing if nothing was asked for.
 std::shared_ptr<const hxr::sim::Scene> sceneFor(const Arguments& arguments) {
     auto scene = std::make_shared<hxr::sim::Scene>();
-    if (!arguments.scene.empty()) *scene = hxr::sim::demoScene();
+    if (arguments.scene == "demo") {
+        *scene = hxr::sim::demoScene();
+    } else if (!arguments.scene.empty()) {
+        *scene = hxr::sim::readSceneFile(arguments.scene, presentSample());
+    }
     for (const std::string& tone : arguments.tones) addToneFromText(*scene, tone);
     if (arguments.noise) scene->with<hxr::sim::WhiteNoise>(*arguments.noise);
     if (scene->empty()) return nullptr;

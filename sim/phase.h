@@ -30,6 +30,20 @@ inline Turns phaseAt(Turns perSample, std::int64_t sample) {
     return perSample * static_cast<std::uint64_t>(sample);
 }
 
+/// A place in something that repeats after `length`, in its own units.
+struct LoopPlace {
+    std::uint64_t whole;
+    double fraction;  ///< 0 to below 1
+};
+
+/// @param length  below 2^32
+inline LoopPlace loopPlaceAt(Turns phase, std::uint64_t length) {
+    constexpr int half = 32;
+    constexpr std::uint64_t low = (std::uint64_t{1} << half) - 1;
+    const std::uint64_t place = (phase >> half) * length + ((phase & low) * length >> half);
+    return {place >> half, std::ldexp(static_cast<double>(place & low), -half)};
+}
+
 inline std::complex<double> onCircle(Turns phase) {
     constexpr int bits = 64;
     const double radians =

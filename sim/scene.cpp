@@ -1,5 +1,6 @@
 #include "sim/scene.h"
 
+#include "sim/ofdm.h"
 #include "sim/sources.h"
 
 namespace hxr::sim {
@@ -16,6 +17,7 @@ Scene demoScene() {
         .with<Tone>(433.92e6, -60.0)
         .with<PulsedTone>(1.09e9, -48.0, 8e-6, 120e-6)
         .with<Tone>(1.57542e9, -85.0)
+        .with<Ofdm>(2.14e9, -40.0, OfdmGrid::ofWidth(18e6))
         .with<Tone>(2.45e9, -50.0)
         .with<PulsedTone>(5.3e9, -38.0, 2e-6, 50e-6)
         .with<Tone>(9.41e9, -55.0)

@@ -61,7 +61,7 @@ class Scene {
     std::vector<std::unique_ptr<const Source>> sources_;
 };
 
-/// A dozen signals from 100 kHz to 20 GHz: carriers, broadcast stations, a radar, and noise below them.
+/// A dozen signals from 100 kHz to 20 GHz: carriers, broadcast stations, radars, a mobile network, and noise below them.
 Scene demoScene();
 
 }  // namespace hxr::sim

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string_view>
 
@@ -19,28 +20,40 @@ std::optional<double> numberFrom(std::string_view text) {
     return value;
 }
 
-std::optional<double> scaleOf(char suffix) {
-    switch (suffix) {
-        case 'k':
-            return 1e3;
-        case 'M':
-            return 1e6;
-        case 'G':
-            return 1e9;
-        default:
-            return std::nullopt;
+struct Suffix {
+    char letter;
+    const char* exponent;
+};
+
+constexpr Suffix frequencySuffixes[] = {{'k', "e3"}, {'M', "e6"}, {'G', "e9"}};
+constexpr Suffix timeSuffixes[] = {{'u', "e-6"}, {'m', "e-3"}};
+
+/// A number of at least 0 with one of the suffixes, or none. The suffix becomes the number's exponent, so
+/// that 2.14G is the double nearest to it: a product's last bit would be hundreds of turns since 1970.
+double quantityFrom(const std::string& text, std::span<const Suffix> suffixes, const char* kind) {
+    std::string digits = text;
+    for (const Suffix& suffix : suffixes) {
+        if (!text.ends_with(suffix.letter)) continue;
+        digits.pop_back();
+        digits += suffix.exponent;
     }
+    const auto number = numberFrom(digits);
+    if (!number || *number < 0.0) throw std::invalid_argument("\"" + text + "\" is not a " + kind);
+    return *number;
 }
 
 }  // namespace
 
+double numberFromText(const std::string& text) {
+    const auto number = numberFrom(text);
+    if (!number) throw std::invalid_argument("\"" + text + "\" is not a number");
+    return *number;
+}
+
+double timeFromText(const std::string& text) { return quantityFrom(text, timeSuffixes, "time"); }
+
 double frequencyFromText(const std::string& text) {
-    std::string_view digits = text;
-    const auto scale = text.empty() ? std::nullopt : scaleOf(text.back());
-    if (scale) digits.remove_suffix(1);
-    const auto number = numberFrom(digits);
-    if (!number || *number < 0.0) throw std::invalid_argument("\"" + text + "\" is not a frequency");
-    return *number * scale.value_or(1.0);
+    return quantityFrom(text, frequencySuffixes, "frequency");
 }
 
 void addToneFromText(Scene& scene, const std::string& text) {

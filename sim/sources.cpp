@@ -6,10 +6,10 @@
 #include <cmath>
 #include <numbers>
 
+#include "sim/rotation.h"
+
 namespace hxr::sim {
 namespace {
-
-double amplitudeOf(double dbm) { return std::pow(10.0, dbm / 20.0); }
 
 /// A turn in equal parts for looking up points of the unit circle, good to -130 dB between them.
 class Circle {
@@ -97,41 +97,13 @@ struct Carrier {
 
 }  // namespace
 
-void addRotation(Baseband samples, Turns phase, Turns perSample, std::complex<double> amplitude) {
-    constexpr std::size_t lanes = 8;
-    std::array<double, lanes> re, im;
-    for (std::size_t lane = 0; lane < lanes; ++lane) {
-        const std::complex<double> start = amplitude * onCircle(phase + lane * perSample);
-        re[lane] = start.real();
-        im[lane] = start.imag();
-    }
-    const std::complex<double> turn = onCircle(lanes * perSample);
-    const double turnRe = turn.real();
-    const double turnIm = turn.imag();
-
-    float* const outI = samples.i.data();
-    float* const outQ = samples.q.data();
-    const std::size_t whole = samples.size() / lanes * lanes;
-    for (std::size_t n = 0; n < whole; n += lanes) {
-        for (std::size_t lane = 0; lane < lanes; ++lane) {
-            outI[n + lane] += static_cast<float>(re[lane]);
-            outQ[n + lane] += static_cast<float>(im[lane]);
-            const double next = re[lane] * turnRe - im[lane] * turnIm;
-            im[lane] = re[lane] * turnIm + im[lane] * turnRe;
-            re[lane] = next;
-        }
-    }
-    for (std::size_t n = whole; n < samples.size(); ++n) {
-        outI[n] += static_cast<float>(re[n - whole]);
-        outQ[n] += static_cast<float>(im[n - whole]);
-    }
-}
+double amplitudeOf(double dbm) { return std::pow(10.0, dbm / 20.0); }
 
 Tone::Tone(double hz, double dbm) : hz_(hz), perSample_(turnsPerSample(hz)), amplitude_(amplitudeOf(dbm)) {}
 
 void Tone::addTo(Baseband samples, const Stretch& stretch, std::complex<double> gain) const {
     const Carrier carrier(perSample_, stretch);
-    addRotation(samples, carrier.phase, carrier.perSample, amplitude_ * gain);
+    addRotation(samples, {carrier.phase, carrier.perSample, amplitude_ * gain});
 }
 
 AmTone::AmTone(double hz, double dbm, double modulationHz, double depth)
@@ -149,9 +121,9 @@ void AmTone::addTo(Baseband samples, const Stretch& stretch, std::complex<double
     const Carrier carrier(perSample_, stretch);
     const Carrier upper(perSample_ + modulationPerSample_, stretch);
     const Carrier lower(perSample_ - modulationPerSample_, stretch);
-    addRotation(samples, carrier.phase, carrier.perSample, carrierGain);
-    addRotation(samples, upper.phase, upper.perSample, lineGain);
-    addRotation(samples, lower.phase, lower.perSample, lineGain);
+    addRotation(samples, {carrier.phase, carrier.perSample, carrierGain});
+    addRotation(samples, {upper.phase, upper.perSample, lineGain});
+    addRotation(samples, {lower.phase, lower.perSample, lineGain});
 }
 
 FmTone::FmTone(double hz, double dbm, double modulationHz, double deviationHz)
@@ -200,8 +172,9 @@ void PulsedTone::addTo(Baseband samples, const Stretch& stretch, std::complex<do
         const std::int64_t first = std::max<std::int64_t>(pulse, 0);
         const std::int64_t end = std::min(pulse + width_, count);
         if (end <= first) continue;
-        addRotation(samples.part(static_cast<std::size_t>(first), static_cast<std::size_t>(end - first)),
-                    carrier.phase + phaseAt(carrier.perSample, first), carrier.perSample, amplitude_ * gain);
+        addRotation(
+            samples.part(static_cast<std::size_t>(first), static_cast<std::size_t>(end - first)),
+            {carrier.phase + phaseAt(carrier.perSample, first), carrier.perSample, amplitude_ * gain});
     }
 }
 

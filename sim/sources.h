@@ -5,8 +5,8 @@
 
 namespace hxr::sim {
 
-/// Adds amplitude * e^(j phase), the phase going on by `perSample` from sample to sample.
-void addRotation(Baseband samples, Turns phase, Turns perSample, std::complex<double> amplitude);
+/// Amplitude of a level, 1.0 being that of 0 dBm.
+double amplitudeOf(double dbm);
 
 /// A carrier of one frequency. Its phase is 0 at the beginning of 1970.
 class Tone : public Source {

@@ -12,6 +12,7 @@
 
 #include "sim/byte_order.h"
 #include "sim/image_layout.h"
+#include "sim/scene.h"
 #include "sim/synthetic_image.h"
 #include "synthesizer_images.h"
 
@@ -84,6 +85,15 @@ inline std::complex<double> lineAt(const Samples& samples, double hz) {
         weights += w;
     }
     return sum / weights;
+}
+
+/// What a source puts on the air around a frequency.
+inline Samples listen(const sim::Source& source, double centreHz, std::int64_t first, std::size_t count) {
+    std::vector<float> i(count), q(count);
+    source.addTo({i, q}, {centreHz, first}, 1.0);
+    Samples samples;
+    for (std::size_t n = 0; n < count; ++n) samples.emplace_back(i[n], q[n]);
+    return samples;
 }
 
 inline double decibels(double amplitude) { return 20.0 * std::log10(amplitude); }

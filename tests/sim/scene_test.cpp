@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "capture_support.h"
+#include "sim/ofdm.h"
 #include "sim/scene_text.h"
 #include "sim/sources.h"
 
@@ -18,23 +19,19 @@ namespace hxr::sim {
 namespace {
 
 using test::lineAt;
+using test::listen;
 using test::Samples;
 
 constexpr std::int64_t someTime = 85'000'000'000'000'000;
 
-Samples listen(const Source& source, double centreHz, std::int64_t first, std::size_t count) {
-    std::vector<float> i(count), q(count);
-    source.addTo({i, q}, {centreHz, first}, 1.0);
-    Samples samples;
-    for (std::size_t n = 0; n < count; ++n) samples.emplace_back(i[n], q[n]);
-    return samples;
-}
-
 TEST(Sources, GoOnWithoutASeamFromOneStretchToTheNext) {
-    const std::unique_ptr<Source> sources[] = {
-        std::make_unique<Tone>(1.0012345e9, 0.0), std::make_unique<AmTone>(0.99e9, 0.0, 300e3, 0.5),
-        std::make_unique<FmTone>(1.01e9, 0.0, 40e3, 2e6),
-        std::make_unique<PulsedTone>(0.985e9, 0.0, 3e-6, 11e-6), std::make_unique<WhiteNoise>(-77.0)};
+    const std::unique_ptr<Source> sources[] = {std::make_unique<Tone>(1.0012345e9, 0.0),
+                                               std::make_unique<AmTone>(0.99e9, 0.0, 300e3, 0.5),
+                                               std::make_unique<FmTone>(1.01e9, 0.0, 40e3, 2e6),
+                                               std::make_unique<PulsedTone>(0.985e9, 0.0, 3e-6, 11e-6),
+                                               std::make_unique<WhiteNoise>(-77.0),
+                                               std::make_unique<Ofdm>(1.004e9, 0.0, OfdmGrid::ofWidth(18e6)),
+                                               std::make_unique<Ofdm>(1.021e9, 0.0, OfdmGrid::ofWidth(18e6))};
     for (const auto& source : sources) {
         const Samples whole = listen(*source, 1e9, someTime, 4096);
         const Samples part = listen(*source, 1e9, someTime + 1001, 777);
