@@ -197,18 +197,23 @@ void measureInitiate(const Bench& bench) {
 
 void measureAllocations(const Bench& bench) {
     constexpr int before = 3, counted = 7;
+    const auto ofTheUnit = [](std::string_view thread) {
+        return bench::workOfThread(thread) == ThreadWork::unit;
+    };
     bench.set(fullRange);
+    bench::countAllocations(ofTheUnit);
     bench.initiate();
+    const bench::Allocations atStart = bench::takeAllocations();
     std::vector<float> trace = bench.trace();
     for (int i = 0; i < before; ++i) bench.sweep(trace);
-    bench::countAllocations(
-        [](std::string_view thread) { return bench::workOfThread(thread) == ThreadWork::unit; });
+    bench::countAllocations(ofTheUnit);
     for (int i = 0; i < counted; ++i) bench.sweep(trace);
-    const bench::Allocations allocations = bench::takeAllocations();
-    std::printf("allocations of a sweep of %s at RBW 100 kHz: %.2f by the host, %.2f by the simulated unit\n",
-                fullRange.range, static_cast<double>(allocations.ours) / counted,
-                static_cast<double>(allocations.theirs) / counted);
+    const bench::Allocations inSweeps = bench::takeAllocations();
     bench.abort();
+    std::printf(
+        "allocations by the host: %ld by that initiate, %.2f by a sweep; by the simulated unit %.2f\n",
+        atStart.ours, static_cast<double>(inSweeps.ours) / counted,
+        static_cast<double>(inSweeps.theirs) / counted);
 }
 
 }  // namespace

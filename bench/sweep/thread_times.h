@@ -18,11 +18,11 @@ enum class ThreadWork : std::size_t {
     unit,       ///< plays the receiver
 };
 
-/// The driver names its threads; what has another name and isn't the caller serves the simulated unit.
+/// The driver and the simulated unit name their threads; what has another name is the caller.
 inline ThreadWork workOfThread(std::string_view name) {
     if (name == "HXR Receive" || name == "Sweep USB Threa") return ThreadWork::receive;
     if (name == "Sweep Work Thre") return ThreadWork::transform;
-    return name == "sweep_bench" ? ThreadWork::caller : ThreadWork::unit;
+    return name.starts_with("hxr-sim") ? ThreadWork::unit : ThreadWork::caller;
 }
 
 /// Seconds of processor time.
