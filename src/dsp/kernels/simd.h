@@ -38,6 +38,7 @@ HXR_SIMD Complex operator-(Complex a, Complex b) { return {a.re - b.re, a.im - b
 HXR_SIMD Complex operator*(Complex a, Complex b) {
     return {negMulAdd(a.im, b.im, a.re * b.re), mulAdd(a.im, b.re, a.re * b.im)};
 }
+HXR_SIMD Complex loadPairs(const float* p) { return pairs(load(p), load(p + lanes)); }
 HXR_SIMD Complex loadSplit(const float* p) { return {load(p), load(p + lanes)}; }
 HXR_SIMD void storeSplit(float* p, Complex a) {
     store(p, a.re);

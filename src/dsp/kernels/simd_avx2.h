@@ -78,10 +78,9 @@ HXR_SIMD F32 reversed(F32 a) {
 struct Complex {
     F32 re, im;
 };
-HXR_SIMD Complex loadPairs(const float* p) {
-    const __m256 a = _mm256_loadu_ps(p), b = _mm256_loadu_ps(p + 8);
-    return {{_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))},
-            {_mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))}};
+HXR_SIMD Complex pairs(F32 a, F32 b) {
+    return {{_mm256_shuffle_ps(a.v, b.v, _MM_SHUFFLE(2, 0, 2, 0))},
+            {_mm256_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 1, 3, 1))}};
 }
 HXR_SIMD void storePairs(float* p, Complex a) {
     _mm256_storeu_ps(p, _mm256_unpacklo_ps(a.re.v, a.im.v));
@@ -94,10 +93,11 @@ HXR_SIMD F32 inElementOrder(F32 a) {
 HXR_SIMD F32 swapPairs(F32 a) { return {_mm256_permute_ps(a.v, _MM_SHUFFLE(2, 3, 0, 1))}; }
 
 HXR_SIMD F32 addSub(F32 a, F32 b) { return {_mm256_addsub_ps(a.v, b.v)}; }
-HXR_SIMD F32 loadFirst(const float* p, int count) {
-    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    return {_mm256_maskload_ps(p, _mm256_cmpgt_epi32(_mm256_set1_epi32(count), lane))};
+HXR_SIMD __m256i firstLanes(int count) {
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(count), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
 }
+HXR_SIMD F32 loadFirst(const float* p, int count) { return {_mm256_maskload_ps(p, firstLanes(count))}; }
+HXR_SIMD void storeFirst(float* p, F32 a, int count) { _mm256_maskstore_ps(p, firstLanes(count), a.v); }
 HXR_SIMD void storePairSum(float* p, F32 a) {
     const __m128 halves = _mm_add_ps(_mm256_castps256_ps128(a.v), _mm256_extractf128_ps(a.v, 1));
     _mm_storel_pi(reinterpret_cast<__m64*>(p), _mm_add_ps(halves, _mm_movehl_ps(halves, halves)));

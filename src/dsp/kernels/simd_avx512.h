@@ -81,10 +81,9 @@ HXR_SIMD F32 reversed(F32 a) {
 struct Complex {
     F32 re, im;
 };
-HXR_SIMD Complex loadPairs(const float* p) {
-    const __m512 a = _mm512_loadu_ps(p), b = _mm512_loadu_ps(p + 16);
-    return {{_mm512_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))},
-            {_mm512_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))}};
+HXR_SIMD Complex pairs(F32 a, F32 b) {
+    return {{_mm512_shuffle_ps(a.v, b.v, _MM_SHUFFLE(2, 0, 2, 0))},
+            {_mm512_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 1, 3, 1))}};
 }
 HXR_SIMD void storePairs(float* p, Complex a) {
     _mm512_storeu_ps(p, _mm512_unpacklo_ps(a.re.v, a.im.v));
@@ -98,9 +97,9 @@ HXR_SIMD F32 inElementOrder(F32 a) {
 HXR_SIMD F32 swapPairs(F32 a) { return {_mm512_permute_ps(a.v, _MM_SHUFFLE(2, 3, 0, 1))}; }
 
 HXR_SIMD F32 addSub(F32 a, F32 b) { return {_mm512_fmaddsub_ps(a.v, _mm512_set1_ps(1.0F), b.v)}; }
-HXR_SIMD F32 loadFirst(const float* p, int count) {
-    return {_mm512_maskz_loadu_ps(static_cast<__mmask16>((1 << count) - 1), p)};
-}
+HXR_SIMD __mmask16 firstLanes(int count) { return static_cast<__mmask16>((1 << count) - 1); }
+HXR_SIMD F32 loadFirst(const float* p, int count) { return {_mm512_maskz_loadu_ps(firstLanes(count), p)}; }
+HXR_SIMD void storeFirst(float* p, F32 a, int count) { _mm512_mask_storeu_ps(p, firstLanes(count), a.v); }
 HXR_SIMD void storePairSum(float* p, F32 a) {
     const __m256 halves = _mm256_add_ps(_mm512_castps512_ps256(a.v), _mm512_extractf32x8_ps(a.v, 1));
     const __m128 quarters = _mm_add_ps(_mm256_castps256_ps128(halves), _mm256_extractf128_ps(halves, 1));

@@ -142,8 +142,8 @@ HXR_SIMD F32 reversed(F32 a) { return {{a.v[3], a.v[2], a.v[1], a.v[0]}}; }
 struct Complex {
     F32 re, im;
 };
-HXR_SIMD Complex loadPairs(const float* p) {
-    return {{{p[0], p[2], p[4], p[6]}}, {{p[1], p[3], p[5], p[7]}}};
+HXR_SIMD Complex pairs(F32 a, F32 b) {
+    return {{{a.v[0], a.v[2], b.v[0], b.v[2]}}, {{a.v[1], a.v[3], b.v[1], b.v[3]}}};
 }
 HXR_SIMD void storePairs(float* p, Complex a) {
     for (int i = 0; i < 4; ++i) {
@@ -156,7 +156,14 @@ HXR_SIMD F32 swapPairs(F32 a) { return {{a.v[1], a.v[0], a.v[3], a.v[2]}}; }
 HXR_SIMD F32 addSub(F32 a, F32 b) {
     return {{a.v[0] - b.v[0], a.v[1] + b.v[1], a.v[2] - b.v[2], a.v[3] + b.v[3]}};
 }
-HXR_SIMD F32 loadFirst(const float* p, int) { return {{p[0], p[1], 0.0F, 0.0F}}; }
+HXR_SIMD F32 loadFirst(const float* p, int count) {
+    F32 first{};
+    for (int i = 0; i < count; ++i) first.v[i] = p[i];
+    return first;
+}
+HXR_SIMD void storeFirst(float* p, F32 a, int count) {
+    for (int i = 0; i < count; ++i) p[i] = a.v[i];
+}
 HXR_SIMD void storePairSum(float* p, F32 a) {
     p[0] = a.v[0] + a.v[2];
     p[1] = a.v[1] + a.v[3];

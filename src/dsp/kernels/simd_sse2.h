@@ -79,9 +79,9 @@ HXR_SIMD F32 reversed(F32 a) { return {_mm_shuffle_ps(a.v, a.v, _MM_SHUFFLE(0, 1
 struct Complex {
     F32 re, im;
 };
-HXR_SIMD Complex loadPairs(const float* p) {
-    const __m128 a = _mm_loadu_ps(p), b = _mm_loadu_ps(p + 4);
-    return {{_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))}, {_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))}};
+HXR_SIMD Complex pairs(F32 a, F32 b) {
+    return {{_mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(2, 0, 2, 0))},
+            {_mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 1, 3, 1))}};
 }
 HXR_SIMD void storePairs(float* p, Complex a) {
     _mm_storeu_ps(p, _mm_unpacklo_ps(a.re.v, a.im.v));
@@ -97,8 +97,16 @@ HXR_SIMD F32 addSub(F32 a, F32 b) {
     return {_mm_add_ps(a.v, _mm_xor_ps(b.v, _mm_setr_ps(-0.0F, 0.0F, -0.0F, 0.0F)))};
 }
 /// The first `count` lanes, an even number below `lanes`, from memory and zeros behind them.
-HXR_SIMD F32 loadFirst(const float* p, int) {
-    return {_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(p))};
+HXR_SIMD F32 loadFirst(const float* p, int count) {
+    if (count == 2) return {_mm_loadl_pi(_mm_setzero_ps(), reinterpret_cast<const __m64*>(p))};
+    float first[lanes] = {};
+    for (int i = 0; i < count; ++i) first[i] = p[i];
+    return load(first);
+}
+HXR_SIMD void storeFirst(float* p, F32 a, int count) {
+    float all[lanes];
+    store(all, a);
+    for (int i = 0; i < count; ++i) p[i] = all[i];
 }
 /// One complex value: the sums of the even and of the odd lanes.
 HXR_SIMD void storePairSum(float* p, F32 a) {

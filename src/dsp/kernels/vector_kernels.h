@@ -1,5 +1,5 @@
 // Element-wise operations, sums and conversions. The remainder behind the last whole vector goes through the
-// same operation in a small buffer of zeros, so that every element is computed alike wherever it stands.
+// same operation with zeros behind it, so that every element is computed alike wherever it stands.
 
 namespace hxr::HXR_KERNEL_SET {
 
@@ -16,14 +16,8 @@ HXR_SIMD void mapReal(float* dst, std::ptrdiff_t n, Operation operation, const S
     }
     for (; i + lanes <= n; i += lanes) store(dst + i, operation(load(src + i)...));
     if (i == n) return;
-    const auto rest = [&](const float* from) {
-        float padded[lanes] = {};
-        for (std::ptrdiff_t j = i; j < n; ++j) padded[j - i] = from[j];
-        return load(padded);
-    };
-    float result[lanes];
-    store(result, operation(rest(src)...));
-    for (std::ptrdiff_t j = i; j < n; ++j) dst[j] = result[j - i];
+    const int rest = static_cast<int>(n - i);
+    storeFirst(dst + i, operation(loadFirst(src + i, rest)...), rest);
 }
 
 /// The same over complex arrays; `put` writes the result of `lanes` elements, `step` floats each, to dst.
@@ -36,14 +30,15 @@ HXR_SIMD void mapComplex(float* dst, std::ptrdiff_t n, Put put, const Source*...
     }
     for (; i + lanes <= n; i += lanes) put(dst + step * i, loadPairs(src + 2 * i)...);
     if (i == n) return;
-    const auto rest = [&](const float* from) {
-        float padded[2 * lanes] = {};
-        for (std::ptrdiff_t j = 2 * i; j < 2 * n; ++j) padded[j - 2 * i] = from[j];
-        return loadPairs(padded);
-    };
+    // Of so many floats, those that the first and the second vector hold.
+    const auto first = [](int floats) { return floats < lanes ? floats : lanes; };
+    const auto second = [](int floats) { return floats > lanes ? floats - lanes : 0; };
+    const int rest = static_cast<int>(n - i);
     float result[step * lanes];
-    put(result, rest(src)...);
-    for (std::ptrdiff_t j = step * i; j < step * n; ++j) dst[j] = result[j - step * i];
+    put(result,
+        pairs(loadFirst(src + 2 * i, first(2 * rest)), loadFirst(src + 2 * i + lanes, second(2 * rest)))...);
+    storeFirst(dst + step * i, load(result), first(step * rest));
+    if constexpr (step == 2) storeFirst(dst + 2 * i + lanes, load(result + lanes), second(2 * rest));
 }
 
 static void mulConstF32(const float* src, float k, float* dst, int n) {
