@@ -54,6 +54,8 @@ ReplyMatch matchOf(const Term& term) {
         match.kind = ReplyKind::status;
     else if (term.name == "samples")
         match.kind = ReplyKind::samples;
+    else if (term.name == "stream")
+        match.kind = ReplyKind::stream;
     else if (term.name == "page")
         match.kind = ReplyKind::page;
     else
@@ -99,7 +101,7 @@ void limit(ReplyMatch& match, std::string_view when) {
 
 const char* const faultTextForm =
     "REPLY:FAULT[:WHEN], or dies-after=DATAGRAMS.\n"
-    "REPLY is any, status, page, page=NUMBER or samples.\n"
+    "REPLY is any, status, page, page=NUMBER, samples or stream.\n"
     "FAULT is lose, swap, duplicate, length=BYTES, magic=WORD, delay=MILLISECONDS, corrupt=OFFSET^BITS or\n"
     "from=ADDRESS[/PORT].\n"
     "WHEN is always, or #3 for the third such reply alone; without it the first one is hit.";

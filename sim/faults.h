@@ -12,7 +12,8 @@
 
 namespace hxr::sim {
 
-enum class ReplyKind { any, status, page, samples };
+/// `samples` are those of captures, `stream` the datagrams of a stream.
+enum class ReplyKind { any, status, page, samples, stream };
 
 /// Which replies a fault falls on: the first `skip` that match pass unharmed, the next `times` are hit.
 struct ReplyMatch {

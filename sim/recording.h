@@ -38,6 +38,7 @@ struct TrafficCounts {
     std::size_t statusReplies = 0;
     std::size_t pageReplies = 0;
     std::size_t sampleReplies = 0;
+    std::size_t streamReplies = 0;
     std::uint64_t pauseTicks = 0;
 };
 

@@ -81,6 +81,14 @@ struct Sequencer::Execution {
     void operator()(const StreamEnable& stream) {
         state.stream = stream;
         state.streaming = stream.start != 0;
+        if (!state.streaming) {
+            afterwards = [this] { outputs.stopStream(); };
+            return;
+        }
+        constexpr std::uint8_t streamConfigured = 6;
+        if (!state.lastStrobe || state.lastStrobe->mask != streamConfigured)
+            note("stream started before its configuration was closed");
+        afterwards = [this] { outputs.startStream(); };
     }
 
     void operator()(const ContextSetup& context) { state.context = context; }
@@ -124,7 +132,7 @@ struct Sequencer::Execution {
             note("samples requested with no stream running");
             return;
         }
-        afterwards = [this, count = request.datagrams] { outputs.sendSamples(count); };
+        afterwards = [this, count = request.datagrams] { outputs.sendStream(count); };
     }
 
     void operator()(const ChipWrite& write) {

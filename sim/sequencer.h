@@ -23,6 +23,9 @@ class SequencerOutputs {
     virtual void sendStatus() = 0;
     virtual void sendPage(std::uint16_t page) = 0;
     virtual void sendSamples(std::uint32_t datagrams) = 0;
+    virtual void startStream() = 0;
+    virtual void stopStream() = 0;
+    virtual void sendStream(std::uint32_t datagrams) = 0;
     virtual void pause(std::uint16_t ticks) = 0;
 };
 

@@ -57,6 +57,13 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         bool onDataSocket = false;
     };
 
+    /// A stream with what the host has asked for and not got.
+    struct RunningStream {
+        SampleStream packets;
+        std::uint64_t owed = 0;
+        Request request{};
+    };
+
     explicit Core(UnitOptions given)
         : options(checked(std::move(given))),
           recording(options.recordedPackets),
@@ -83,7 +90,10 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     CaptureMaker captures;
     SampleTime nextSample{0};
     std::uint8_t overdriven = 0;  ///< one bit an input, since the last status
-    UnitServer server;            // last: its thread uses all the others
+    std::optional<RunningStream> stream;
+    std::vector<MarkerEdge> markerEdges;  ///< guarded as the options are
+    std::uint32_t streamWarnings = 0;     ///< likewise
+    UnitServer server;                    // last: its thread uses all the others
 
   private:
     void onDatagram(std::span<const std::uint8_t> datagram, const Endpoint& sender, bool onDataSocket,
@@ -109,9 +119,76 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         }
     }
 
-    std::optional<std::chrono::steady_clock::time_point> nextTime() override { return replies.nextDue(); }
-    void onTime() override { replies.sendDue(); }
-    void onStop() override { replies.reset(); }
+    std::optional<std::chrono::steady_clock::time_point> nextTime() override {
+        auto next = replies.nextDue();
+        if (stream && stream->owed > 0) {
+            const auto due = std::chrono::steady_clock::now() + (stream->packets.due() - WallClock::now());
+            next = std::min(next.value_or(due), due);
+        }
+        return next;
+    }
+    void onTime() override {
+        replies.sendDue();
+        serveStream();
+    }
+    void onStop() override {
+        replies.reset();
+        stream.reset();
+    }
+
+    void startStream() override {
+        SampleStream packets(
+            sequencer.state(), WallClock::now(),
+            [this](std::size_t channel, std::uint64_t first, SampleStream::Payload& payload) {
+                return fillStream(channel, first, payload);
+            });
+        stream.emplace(RunningStream{std::move(packets)});
+    }
+
+    void stopStream() override { stream.reset(); }
+
+    void sendStream(std::uint32_t datagrams) override {
+        if (!stream) return;
+        if (!stream->packets.hasChannels()) {
+            rules.noteBrokenRule("samples requested of a stream without channels");
+            return;
+        }
+        stream->owed += datagrams;
+        stream->request = request;
+        serveStream();
+    }
+
+    std::uint32_t fillStream(std::size_t channel, std::uint64_t first, SampleStream::Payload& payload) {
+        if (options.streamContent == StreamContent::counter) {
+            SampleCounter::put(channel, first, payload);
+        } else {
+            payload.fill(0);
+        }
+        const std::lock_guard lock(reported);
+        return streamWarnings;
+    }
+
+    /// Sends what is owed, as far as its samples have been taken.
+    void serveStream() {
+        if (!stream) return;
+        std::unique_lock lock(reported);
+        const std::vector<MarkerEdge> edges = markerEdges;
+        lock.unlock();
+        SampleStream& packets = stream->packets;
+        while (stream->owed > 0 && !server.stopping()) {
+            if (options.streamsInRealTime) {
+                const auto now = WallClock::now();
+                const std::uint64_t waiting = packets.waiting(now);
+                if (packets.betweenTurns() && waiting > options.streamBufferTurns)
+                    packets.loseTurns(waiting - options.streamBufferTurns);
+                if (packets.due() > now) return;
+            }
+            --stream->owed;
+            recording.noteReply(ReplyKind::stream, 0);
+            replies.send({ReplyKind::stream, std::nullopt, stream->request.sender, packets.next(edges)},
+                         *stream->request.socket);
+        }
+    }
 
     void sendStatus() override {
         const auto now = std::chrono::floor<std::chrono::seconds>(WallClock::now());
@@ -130,15 +207,14 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         send(ReplyKind::page, page, makeDataDatagram(nextHeader(WallClock::now()), payload));
     }
 
-    /// With nothing in the air, or no input selected, the samples are zero. So are those of streams.
+    /// With nothing in the air, or no input selected, the samples are zero.
     void sendSamples(std::uint32_t datagrams) override {
         std::unique_lock lock(reported);
         const auto scene = options.scene;
         const double temperature = options.health.temperatureA;
         const Oscillator oscillator = options.oscillator;
         lock.unlock();
-        const auto settings =
-            scene && !request.onDataSocket ? sequencer.captureSettings(oscillator) : std::nullopt;
+        const auto settings = scene ? sequencer.captureSettings(oscillator) : std::nullopt;
         if (settings) {
             sendCapture(*settings, temperature, *scene, datagrams);
         } else {
@@ -264,6 +340,16 @@ void SimulatedUnit::setScene(std::shared_ptr<const Scene> scene) {
 std::shared_ptr<const Scene> SimulatedUnit::scene() const {
     const std::lock_guard lock(core_->reported);
     return core_->options.scene;
+}
+
+void SimulatedUnit::setMarkerEdges(std::vector<MarkerEdge> edges) {
+    const std::lock_guard lock(core_->reported);
+    core_->markerEdges = std::move(edges);
+}
+
+void SimulatedUnit::setStreamWarnings(std::uint32_t trailer) {
+    const std::lock_guard lock(core_->reported);
+    core_->streamWarnings = trailer;
 }
 
 FaultPlan& SimulatedUnit::faults() { return core_->faults; }

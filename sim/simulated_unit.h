@@ -12,6 +12,7 @@
 #include "sim/endpoint.h"
 #include "sim/faults.h"
 #include "sim/recording.h"
+#include "sim/sample_stream.h"
 #include "sim/scene.h"
 #include "sim/status_record.h"
 #include "sim/synthetic_image.h"
@@ -19,6 +20,12 @@
 #include "sim/unit_state.h"
 
 namespace hxr::sim {
+
+/// What the samples of a stream are.
+enum class StreamContent {
+    silence,
+    counter,  ///< as `SampleCounter` makes them
+};
 
 /// How a simulated unit is made.
 struct UnitOptions {
@@ -36,6 +43,12 @@ struct UnitOptions {
 
     /// What the unit hears in its captures; none: samples of zero.
     std::shared_ptr<const Scene> scene{};
+
+    StreamContent streamContent = StreamContent::silence;
+    /// Streams go by the unit's own clock: nothing is sent before its time. If not, as fast as it is asked for.
+    bool streamsInRealTime = false;
+    /// Turns that a unit in real time keeps for a host that is late.
+    std::uint64_t streamBufferTurns = 8192;
 
     /// Whether pause words really take their time. They are counted either way.
     bool honourPauses = false;
@@ -89,6 +102,11 @@ class SimulatedUnit {
     /// Puts other signals into the air, from the next capture on; null: samples of zero.
     void setScene(std::shared_ptr<const Scene> scene);
     std::shared_ptr<const Scene> scene() const;
+
+    /// Edges of the marker line in streams, by rising position, from the next packet on; none: it stays low.
+    void setMarkerEdges(std::vector<MarkerEdge> edges);
+    /// Bits that go out in every trailer from the next packet on.
+    void setStreamWarnings(std::uint32_t trailer);
 
     FaultPlan& faults();
     const Recording& recording() const;

@@ -67,16 +67,20 @@ void UnitServer::serve(Session& session) {
         const timespec timeout = until(next.value_or(std::chrono::steady_clock::time_point{}));
         ppoll(waiting.data(), waiting.size(), next ? &timeout : nullptr, nullptr);
         if (waiting[0].revents != 0) break;
-        if (waiting[1].revents != 0) takeAll(session.control, false);
-        if (waiting[2].revents != 0) takeAll(session.data, true);
+        if (waiting[1].revents != 0) takeSome(session.control, false);
+        if (waiting[2].revents != 0) takeSome(session.data, true);
         calls_.onTime();
     }
     calls_.onStop();
 }
 
-void UnitServer::takeAll(UdpSocket& socket, bool onDataSocket) {
+/// Neither socket may keep the other waiting.
+void UnitServer::takeSome(UdpSocket& socket, bool onDataSocket) {
+    constexpr int most = 16;
     std::array<std::uint8_t, 65536> buffer;
-    while (const auto received = socket.receive(buffer)) {
+    for (int i = 0; i < most; ++i) {
+        const auto received = socket.receive(buffer);
+        if (!received) return;
         calls_.onDatagram(std::span(buffer).first(received->bytes), received->sender, onDataSocket, socket);
         if (stopping()) return;
     }

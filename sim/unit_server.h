@@ -54,7 +54,7 @@ class UnitServer {
     };
 
     void serve(Session& session);
-    void takeAll(UdpSocket& socket, bool onDataSocket);
+    void takeSome(UdpSocket& socket, bool onDataSocket);
 
     const Endpoint control_;
     const Endpoint data_;

@@ -44,7 +44,7 @@ TEST_F(SequencerTest, FindsNoFaultInSequencesOfASoundHost) {
     for (const Words& packet : packets) sequencer.runControlPacket(packet);
     EXPECT_TRUE(rules.lines().empty()) << rules.lines().front();
     EXPECT_EQ(outputs.text,
-              "pause 1;page 128;pause 1;pause 16384;pause 9;pause 10000;samples 4;pause 1000;status;");
+              "stop;pause 1;page 128;pause 1;pause 16384;pause 9;pause 10000;samples 4;pause 1000;status;");
 }
 
 TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
@@ -63,7 +63,8 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
         {"timebase mode", {0x0B010000}},
         {"timebase bring-up value", {0x0B0C9001}},
         {"fan", {0x0C0201C4}},
-        {"stream start", {0x0EA2137F}},
+        {"stream start", {0x01000006, 0x0EA2137F}},
+        {"stream that isn't configured", {0x01000008, 0x0E01137F}},
         {"route bits", {0x0F000400}},
         {"focus input", {0x0F003120}},
         {"focus input streamed", {0x0F003141}},
@@ -156,10 +157,10 @@ TEST_F(SequencerTest, SteersItsTimebaseByGpsOnlyInThatModeAndWithAGoodFix) {
 TEST_F(SequencerTest, GivesSamplesOnTheDataSocketOnlyWhileAStreamRuns) {
     sequencer.runDataPacket(Words{0x43660040});
     EXPECT_EQ(rules.brokenRules(), 1u);
-    sequencer.runControlPacket(Words{0x0E01137F});
+    sequencer.runControlPacket(Words{0x01000006, 0x0E01137F});
     sequencer.runDataPacket(Words{0x43660040, 0, 0});
     sequencer.runDataPacket(Words{0x11000008});
-    EXPECT_EQ(outputs.text, "samples 64;");
+    EXPECT_EQ(outputs.text, "start;stream 64;");
     EXPECT_EQ(rules.brokenRules(), 1u);
     EXPECT_EQ(rules.unknownWords(), 1u);
 }

@@ -17,6 +17,9 @@ class WrittenDown : public sim::SequencerOutputs {
     void sendStatus() override { text += "status;"; }
     void sendPage(std::uint16_t page) override { text += "page " + std::to_string(page) + ";"; }
     void sendSamples(std::uint32_t count) override { text += "samples " + std::to_string(count) + ";"; }
+    void startStream() override { text += "start;"; }
+    void stopStream() override { text += "stop;"; }
+    void sendStream(std::uint32_t count) override { text += "stream " + std::to_string(count) + ";"; }
     void pause(std::uint16_t ticks) override { text += "pause " + std::to_string(ticks) + ";"; }
 
     std::string text;

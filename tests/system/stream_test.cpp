@@ -1,9 +1,13 @@
-/// Streams through the public interface.
+/// Streams through the public interface, their samples counted, under faults and over several units.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <complex>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <thread>
 #include <vector>
 
 #include "support/installation.h"
@@ -11,41 +15,357 @@
 namespace hxr {
 namespace {
 
+using sim::MarkerEdge;
+using sim::ReplyFault;
+using sim::ReplyKind;
+using sim::StreamWarning;
 using test::Installation;
+
+constexpr std::int64_t counterLength = std::int64_t{1} << 28;
+
+/// The position that a sample of the units' counters tells.
+std::int64_t positionOf(const std::int16_t* sample) {
+    const std::int64_t low = static_cast<std::uint16_t>(sample[0]) >> 1,
+                       high = static_cast<std::uint16_t>(sample[1]) >> 3;
+    return high << 15 | low;
+}
+int channelOf(const std::int16_t* sample) { return static_cast<std::uint16_t>(sample[1]) >> 1 & 3; }
 
 class Stream : public Installation {
   protected:
-    void initiate(const std::vector<int>& channels, int decimation = 1) {
+    /// Connects to a group of units that count.
+    void connectGroup(int size, sim::UnitOptions options = {}) {
+        options.streamContent = sim::StreamContent::counter;
+        for (int i = 0; i < size; ++i) startUnit(options);
+        ASSERT_EQ(connect(), hxrNoError);
+        for (int i = 1; i < size; ++i) ASSERT_EQ(pair(i), hxrNoError);
+    }
+
+    void initiate(const std::vector<int>& channels, int decimation = 1, int focus = -1) {
+        hxrAbort(handle);
         std::array<int, 16> enabled{};
         for (const int channel : channels) enabled[static_cast<std::size_t>(channel)] = 1;
-        ASSERT_EQ(hxrSetChannelConfig(handle, enabled.data(), -1), hxrNoError);
+        if (focus >= 0) enabled[static_cast<std::size_t>(focus)] = 1;
+        ASSERT_EQ(hxrSetChannelConfig(handle, enabled.data(), focus), hxrNoError);
         ASSERT_EQ(hxrSetStreamSampleRate(handle, decimation), hxrNoError);
+        ASSERT_EQ(hxrSetStreamBandwidth(handle, 40e6), hxrNoError);
         ASSERT_EQ(hxrInitiate(handle), hxrNoError);
+        streaming = channels;
     }
+
+    struct Received {
+        HXRStatus status;
+        std::uint64_t time = 0;
+        int loss = -1, left = -1;
+        std::vector<double> triggers;
+    };
+
+    /// Fetches samples into `samples`.
+    Received receive(int count, bool purge = false, int triggerRoom = 0) {
+        samples.assign(streaming.size(), std::vector<std::int16_t>(2 * static_cast<std::size_t>(count), 77));
+        std::vector<void*> buffers;
+        for (auto& channel : samples) buffers.push_back(channel.data());
+        Received received{.status = hxrNoError,
+                          .triggers = std::vector<double>(static_cast<std::size_t>(triggerRoom))};
+        received.status =
+            hxrStreamRecv(handle, buffers.data(), count, &received.time, purge ? 1 : 0, &received.loss,
+                          &received.left, received.triggers.data(), triggerRoom);
+        return received;
+    }
+
+    /// Checks that all channels hold the same unbroken run of instants, each under its own channel.
+    /// @return the first position, -1 if that isn't so
+    std::int64_t firstPosition() const {
+        const std::int64_t first = positionOf(samples[0].data());
+        for (std::size_t channel = 0; channel < samples.size(); ++channel) {
+            for (std::size_t i = 0; i < samples[channel].size(); i += 2) {
+                const std::int16_t* const sample = &samples[channel][i];
+                const auto expected = (first + static_cast<std::int64_t>(i / 2)) % counterLength;
+                if (positionOf(sample) != expected || channelOf(sample) != streaming[channel] % 4) return -1;
+            }
+        }
+        return first;
+    }
+
+    std::vector<int> streaming;
+    std::vector<std::vector<std::int16_t>> samples;
 };
 
-TEST_F(Stream, Smoke) {
-    startUnit();
-    ASSERT_EQ(connect(), hxrNoError);
-    for (const int decimation : {1, 2, 4, 8, 256}) {
-        initiate({0, 1, 2, 3}, decimation);
-        int channels = 0;
+TEST_F(Stream, CountersAreUnbrokenOnEveryMixOfChannels) {
+    connectGroup(4);
+    struct Case {
+        std::vector<int> channels;
+        int decimation;
+    };
+    const Case cases[] = {{{0}, 1},          {{3}, 2},
+                          {{0, 1, 2, 3}, 4}, {{1, 2, 3}, 1},
+                          {{0, 5}, 2},       {{2, 4, 5, 6, 7, 13}, 1},
+                          {{9, 10, 11}, 4},  {{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}, 4}};
+    for (const auto& [channels, decimation] : cases) {
+        initiate(channels, decimation);
+        int count = 0;
         double rate = 0, bandwidth = 0;
-        EXPECT_EQ(hxrStreamParameters(handle, &channels, &rate, &bandwidth), hxrNoError);
-        EXPECT_EQ(channels, 4);
+        ASSERT_EQ(hxrStreamParameters(handle, &count, &rate, &bandwidth), hxrNoError);
+        EXPECT_EQ(count, static_cast<int>(channels.size()));
         EXPECT_EQ(rate, 50e6 / decimation);
         EXPECT_EQ(bandwidth, 40e6 / decimation);
-        std::vector<std::vector<std::int16_t>> samples(4, std::vector<std::int16_t>(2 * 100000, 5));
-        std::array<void*, 4> buffers;
-        for (std::size_t i = 0; i < 4; ++i) buffers[i] = samples[i].data();
-        std::uint64_t time = 0;
-        int loss = 9, left = 9;
-        std::array<double, 4> triggers{};
-        EXPECT_EQ(hxrStreamRecv(handle, buffers.data(), 100000, &time, 0, &loss, &left, triggers.data(), 4), hxrNoError);
-        EXPECT_EQ(loss, 0);
-        EXPECT_EQ(triggers[0], -1);
-        for (auto& channel : samples) for (auto s : channel) ASSERT_EQ(s, 0);
+
+        std::int64_t position = 0;
+        std::uint64_t start = 0;
+        for (const int wanted : {1, 0, 2047, 2048, 2049, 100'000, 1, 300'000}) {
+            const Received received = receive(wanted);
+            ASSERT_EQ(received.status, hxrNoError) << channels.size();
+            ASSERT_EQ(received.loss, 0);
+            ASSERT_EQ(received.left % 2048, (2048 - (position + wanted) % 2048) % 2048);
+            if (wanted == 0) continue;
+            ASSERT_EQ(firstPosition(), position) << channels.size() << " at " << wanted;
+            const auto since =
+                static_cast<std::uint64_t>(position) * 20 * static_cast<std::uint64_t>(decimation);
+            if (position == 0) start = received.time;
+            ASSERT_EQ(received.time, start + since);
+            position += wanted;
+        }
         EXPECT_EQ(hxrAbort(handle), hxrNoError);
+        EXPECT_EQ(hxrStreamParameters(handle, &count, nullptr, nullptr), hxrInvalidConfigurationErr);
+    }
+}
+
+TEST_F(Stream, EntriesRefuseWhatTheyCanNotDo) {
+    connectGroup(1);
+    int count = 0;
+    std::array<std::int16_t, 64> room{};
+    void* buffers[2] = {room.data(), nullptr};
+    const auto fetch = [&](int device, void** into, int wanted, double* triggers, int triggerRoom) {
+        return hxrStreamRecv(device, into, wanted, nullptr, 0, nullptr, nullptr, triggers, triggerRoom);
+    };
+    EXPECT_EQ(hxrStreamParameters(handle, &count, nullptr, nullptr), hxrInvalidConfigurationErr);
+    EXPECT_EQ(fetch(handle, buffers, 1, nullptr, 0), hxrInvalidConfigurationErr);
+    initiate({0, 2});
+    EXPECT_EQ(hxrStreamParameters(7, &count, nullptr, nullptr), hxrInvalidDeviceErr);
+    EXPECT_EQ(fetch(7, buffers, 1, nullptr, 0), hxrInvalidDeviceErr);
+    EXPECT_EQ(fetch(handle, nullptr, 1, nullptr, 0), hxrNullPointerErr);
+    EXPECT_EQ(fetch(handle, buffers, 1, nullptr, 0), hxrNullPointerErr);
+    buffers[1] = room.data() + 32;
+    EXPECT_EQ(fetch(handle, buffers, 1, nullptr, 1), hxrNullPointerErr);
+    EXPECT_EQ(fetch(handle, buffers, -1, nullptr, 0), hxrInvalidParameterErr);
+    double trigger = 0;
+    EXPECT_EQ(fetch(handle, buffers, 1, &trigger, -1), hxrInvalidParameterErr);
+    EXPECT_EQ(fetch(handle, nullptr, 0, &trigger, 1), hxrNoError);
+    EXPECT_EQ(trigger, -1.0);
+    EXPECT_EQ(fetch(handle, buffers, 16, &trigger, 1), hxrNoError);
+
+    // A stream to VRT addresses brings nothing here.
+    EXPECT_EQ(hxrAbort(handle), hxrNoError);
+    EXPECT_EQ(hxrSetStreamMode(handle, 1), hxrNoError);
+    initiate({0, 2});
+    EXPECT_EQ(fetch(handle, buffers, 1, nullptr, 0), hxrInvalidConfigurationErr);
+    float correction = 0;
+    EXPECT_EQ(hxrStreamCorrection(handle, 2, &correction), hxrNoError);
+    EXPECT_GT(correction, 0);
+    EXPECT_TRUE(units[0]->state().streaming);
+    EXPECT_EQ(hxrAbort(handle), hxrNoError);
+}
+
+TEST_F(Stream, WarningsAreToldOnceOrForGood) {
+    connectGroup(1);
+    struct Case {
+        std::uint32_t trailer;
+        HXRStatus status;
+        bool lasts;
+    };
+    const Case cases[] = {
+        {StreamWarning::overRange, hxrADCOverflow, false},
+        {StreamWarning::sampleLoss, hxrUncalData, false},
+        {StreamWarning::sampleLoss | StreamWarning::overRange, hxrUncalData, false},
+        {StreamWarning::bufferOverflow | StreamWarning::sampleLoss, hxrDDRBufferOverflow, true},
+        {0x00003300, hxrNoError, false},  // indicators that aren't enabled
+    };
+    for (const auto& [trailer, status, lasts] : cases) {
+        initiate({1, 2}, 4);
+        units[0]->setStreamWarnings(trailer);
+        HXRStatus seen = hxrNoError;
+        for (int i = 0; i < 40 && seen != status; ++i) seen = receive(100'000).status;
+        EXPECT_EQ(seen, status);
+        units[0]->setStreamWarnings(0);
+        // What is still on the way may warn once more.
+        for (int i = 0; i < 40 && !lasts && seen != hxrNoError; ++i) seen = receive(200'000).status;
+        EXPECT_EQ(receive(1000, true).status, lasts ? status : hxrNoError) << std::hex << trailer;
+    }
+}
+
+TEST_F(Stream, TriggersStandAtTheirSamples) {
+    connectGroup(1);
+    for (const unsigned falling : {0U, 1U}) {
+        for (const int decimation : {1, 4, 8, 64}) {
+            // Pulses of 300 samples, the first edge of each in a batch of its own.
+            std::vector<MarkerEdge> edges;
+            std::vector<double> expected;
+            for (std::uint64_t batch = 1; batch < 12; ++batch) {
+                const std::uint64_t rise = batch * 64 * 2048 + 777 * batch;
+                edges.insert(edges.end(), {{rise, true}, {rise + 300, false}});
+                const int factor = std::max(decimation / 4, 1);
+                const double edge = static_cast<double>(rise + (falling ? 300 : 0));
+                expected.push_back(factor == 1 ? edge : edge / factor + 32);
+            }
+            hxrAbort(handle);
+            units[0]->setMarkerEdges(edges);
+            ASSERT_EQ(hxrSetStreamTriggerEdge(handle, falling), hxrNoError);
+            initiate({2, 3}, decimation);
+            std::vector<double> found;
+            const int count = static_cast<int>(expected.back()) / 7;
+            for (int call = 0; call < 8; ++call) {
+                for (const double position : receive(count, false, 9).triggers)
+                    if (position >= 0) found.push_back(position + call * count);
+            }
+            EXPECT_EQ(found, expected) << decimation << ' ' << falling;
+        }
+    }
+}
+
+TEST_F(Stream, LateCallerLosesEverythingOnceAndGoesOnCleanly) {
+    connectGroup(2);
+    initiate({0, 6});
+    ASSERT_EQ(receive(10).status, hxrNoError);
+    // The units send as fast as they can: the ring runs over while nobody fetches.
+    const std::uint64_t start = units[0]->recording().counts().streamReplies;
+    while (units[0]->recording().counts().streamReplies < start + 9000) std::this_thread::yield();
+    int losses = 0;
+    std::int64_t last = 9;
+    for (int i = 0; i < 20; ++i) {
+        const Received received = receive(100'000, i == 7);
+        ASSERT_EQ(received.status, hxrNoError);
+        losses += received.loss;
+        const std::int64_t first = firstPosition();
+        ASSERT_NE(first, -1) << i;
+        EXPECT_TRUE(i == 0 || first == last + 1 || i == 7 || received.loss == 1 || losses > 0) << i;
+        last = first + 99'999;
+    }
+    EXPECT_GE(losses, 1);
+}
+
+TEST_F(Stream, UnitThatFallsSilentDeliversWhatCameAndZerosBehind) {
+    clock.shortenTimeouts(20);
+    connectGroup(2);
+    struct Case {
+        const char* what;
+        std::size_t unit, replies;
+        std::int64_t least;  ///< samples that come before
+    };
+    const Case cases[] = {{"master, configured", 0, 2, 0},
+                          {"slave, configured", 1, 2, 0},
+                          {"master, in its first batch", 0, 50, 0},
+                          {"master, under way", 0, 3000, 2'000'000},
+                          {"slave, under way", 1, 3000, 4'000'000}};
+    for (const Case& c : cases) {
+        units[c.unit]->faults().silenceAfterReplies(c.replies);
+        initiate({0, 1, 4}, 2);
+        HXRStatus status = hxrNoError;
+        std::int64_t position = 0;
+        for (; status == hxrNoError; position += 50'000) {
+            status = receive(50'000).status;
+            ASSERT_TRUE(status != hxrNoError || firstPosition() == position) << c.what;
+        }
+        EXPECT_EQ(status, hxrConnectionLostErr) << c.what;
+        for (int i = 0; i < 100 && samples[2].back() != 0; ++i)
+            EXPECT_EQ(receive(50'000).status, hxrConnectionLostErr) << c.what;
+        EXPECT_GE(position, c.least) << c.what;
+        EXPECT_EQ(samples[2].back(), 0) << c.what;
+        EXPECT_EQ(receive(10).status, hxrConnectionLostErr) << c.what;
+        EXPECT_EQ(samples[0], std::vector<std::int16_t>(20, 0)) << c.what;
+        EXPECT_EQ(hxrAbort(handle), c.unit == 0 ? hxrConnectionLostErr : hxrNoError) << c.what;
+
+        hxrCloseDevice(handle);
+        units[c.unit]->faults().revive();
+        ASSERT_EQ(connect(), hxrNoError) << c.what;
+        ASSERT_EQ(pair(1), hxrNoError) << c.what;
+    }
+}
+
+TEST_F(Stream, CutPacketsKeepTheRotation) {
+    connectGroup(1);
+    units[0]->faults().add({.kind = ReplyKind::stream, .skip = 500, .times = 1}, ReplyFault::setLength(19));
+    units[0]->faults().add({.kind = ReplyKind::stream, .skip = 600, .times = 1}, ReplyFault::setLength(4000));
+    initiate({0, 1, 3}, 1);
+    ASSERT_EQ(receive(500'000).status, hxrUncalData);
+    EXPECT_EQ(receive(100'000).status, hxrNoError);
+    EXPECT_EQ(firstPosition(), 500'000);
+}
+
+TEST_F(Stream, AbortAtAnyMomentLeavesTheUnitsInOrder) {
+    connectGroup(2);
+    std::mt19937 random(5);
+    for (int round = 0; round < 50; ++round) {
+        const std::vector<std::vector<int>> mixes = {{0}, {1, 5}, {4, 6, 7}, {0, 1, 2, 3, 4, 5, 6, 7}};
+        initiate(mixes[random() % mixes.size()], 1 << (random() % 5));
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
+        const int count = static_cast<int>(random() % 2 * (random() % 10'000));
+        ASSERT_EQ(receive(count).status, hxrNoError);
+        ASSERT_EQ(hxrAbort(handle), hxrNoError) << round;
+        datagramsAt(*units[0]);
+        EXPECT_FALSE(units[0]->state().streaming);
+    }
+    initiate({0, 7});
+    ASSERT_EQ(receive(100'000).status, hxrNoError);
+    EXPECT_EQ(firstPosition(), 0);
+}
+
+TEST_F(Stream, RunsBesideASweepAndStatusReads) {
+    sim::UnitOptions options;
+    options.streamsInRealTime = true;
+    connectGroup(2, std::move(options));
+    for (const int focus : {2, 5}) {
+        ASSERT_EQ(hxrAbort(handle), hxrNoError);
+        ASSERT_GE(hxrSetSweepCoupling(handle, 1e6, 1e6, 1e-6), hxrNoError);
+        ASSERT_EQ(hxrSetSweepStartStop(handle, 1e9, 3e9), hxrNoError);
+        initiate({0, 1, 7}, 4, focus);
+        int points = 0;
+        ASSERT_EQ(hxrSweepGetParameters(handle, nullptr, nullptr, nullptr, nullptr, &points), hxrNoError);
+        std::jthread sweeping([&](const std::stop_token& stop) {
+            std::vector<float> trace(static_cast<std::size_t>(points));
+            while (!stop.stop_requested()) {
+                const HXRStatus status = hxrGetSweep(handle, trace.data());
+                // A status read may have the unit's control endpoint at the moment.
+                EXPECT_TRUE(status == hxrNoError || status == hxrSweepAlreadyStartedErr) << status;
+            }
+        });
+        std::int64_t position = 0;
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_EQ(receive(70'000).status, hxrNoError);
+            ASSERT_EQ(firstPosition(), position);
+            position += 70'000;
+            clock.advance(std::chrono::seconds(2));
+            int state = 0;
+            EXPECT_EQ(hxrGetGPSState(handle, &state), hxrNoError);
+            EXPECT_EQ(hxrGetDeviceDiagnostics(handle, nullptr, nullptr, nullptr), hxrNoError);
+        }
+    }
+    EXPECT_EQ(hxrAbort(handle), hxrNoError);
+}
+
+TEST_F(Stream, FloatsAreTheIntegersTimesTheirFactor) {
+    connectGroup(1);
+    for (const unsigned fullScale : {1U, 0U}) {
+        hxrAbort(handle);
+        ASSERT_EQ(hxrSetStreamDataType(handle, 1), hxrNoError);
+        ASSERT_EQ(hxrSetStreamFullScale(handle, fullScale), hxrNoError);
+        initiate({0, 3}, 2);
+        constexpr int count = 40'000;
+        std::array<std::vector<float>, 2> floats{std::vector<float>(2 * count),
+                                                 std::vector<float>(2 * count)};
+        void* buffers[2] = {floats[0].data(), floats[1].data()};
+        ASSERT_EQ(hxrStreamRecv(handle, buffers, count, nullptr, 0, nullptr, nullptr, nullptr, 0),
+                  hxrNoError);
+        for (std::size_t channel = 0; channel < 2; ++channel) {
+            float factor = 1;
+            ASSERT_EQ(hxrStreamCorrection(handle, channel == 0 ? 0 : 3, &factor), hxrNoError);
+            if (fullScale == 1) factor = 1;
+            for (std::size_t i = 0; i < 2 * count; i += 2) {
+                const auto n = static_cast<unsigned>(i / 2);
+                const auto expected =
+                    static_cast<float>(static_cast<std::int16_t>(n << 1)) / 32768.0F * factor;
+                ASSERT_EQ(floats[channel][i], expected) << i;
+            }
+        }
     }
 }
 
