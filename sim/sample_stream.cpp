@@ -14,7 +14,7 @@ constexpr std::uint16_t firstIdentifierRegister = 8;
 constexpr std::uint16_t firstContextRegister = 0x40;
 constexpr std::uint16_t contextRegisters = 9;
 
-/// Sets the marker, the exclusive or of the lowest bits of I and Q, as the edges tell.
+/// Sets the marker as the edges tell.
 /// @returns whether an edge lies in the payload
 bool mark(const std::vector<MarkerEdge>& edges, std::uint64_t firstSample, SampleStream::Payload& payload) {
     constexpr std::size_t sampleBytes = 4, second = 2;
@@ -87,7 +87,7 @@ std::vector<std::uint8_t> SampleStream::samplePacket(std::size_t channel,
     const std::uint64_t first = turn_ * samplesPerPacket;
     Payload payload;
     std::uint32_t trailer = losses_ | fill_(channel, first, payload);
-    if (mark(edges, first, payload)) trailer |= StreamWarning::trigger;
+    if (!edges.empty() && mark(edges, first, payload)) trailer |= StreamWarning::trigger;
     const std::uint8_t count = counts_[channel]++;
     return makeDataDatagram(
         {streamId_[channel], static_cast<std::uint8_t>(count & 15), timeOf(first), trailer}, payload);

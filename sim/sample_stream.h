@@ -35,6 +35,7 @@ class SampleStream {
     using Time = std::chrono::system_clock::time_point;
     using Payload = std::array<std::uint8_t, dataPayloadBytes>;
     /// Fills in a channel's samples from one on, counted from the stream's start, at the stream's rate.
+    /// The marker, the exclusive or of the lowest bits of I and Q, is low in them.
     /// @returns further bits for the trailer
     using Fill =
         std::function<std::uint32_t(std::size_t channel, std::uint64_t firstSample, Payload& payload)>;
