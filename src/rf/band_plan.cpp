@@ -78,8 +78,9 @@ void useManualBand(std::int32_t band) { manualBand = band; }
 void useAutomaticBands() { manualBand = automatic; }
 
 std::span<const LowStepSplice> rowsForStep(int step) {
-    return std::ranges::equal_range(lowStepSplices, step, {},
-                                    [](const LowStepSplice& row) { return static_cast<int>(row.step); });
+    const auto belongs = [step](const LowStepSplice& row) { return static_cast<int>(row.step) == step; };
+    const auto first = std::find_if(lowStepSplices.begin(), lowStepSplices.end(), belongs);
+    return {first, std::find_if_not(first, lowStepSplices.end(), belongs)};
 }
 
 int attenuatorIndexFor(double referenceLevelDbm, int requestedIndex) {

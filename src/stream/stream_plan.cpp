@@ -93,8 +93,8 @@ class UnitPlanner {
         lists_.start.beginPacket();
         appendRateChain();
         appendSharedLo();
-        for (int input = 0; input < words::channelsPerUnit; ++input) {
-            const auto channel = static_cast<std::size_t>(position_ * words::channelsPerUnit + input);
+        auto channel = static_cast<std::size_t>(position_) * words::channelsPerUnit;
+        for (int input = 0; input < words::channelsPerUnit; ++input, ++channel) {
             if (streams(master_, channel)) appendChannel(input, channel);
         }
         list().append(words::syncStrobe(timing_, words::Strobe::streamConfigured));
