@@ -117,8 +117,10 @@ HXRStatus initiate(HXRDevice& device) {
         result = configureStream(device);
         // Units may have been started already.
         device.initiated = true;
-        if (result < 0) abortForGood(device);
-        if (result < 0) return result;
+        if (result < 0) {
+            abortForGood(device);
+            return result;
+        }
         device.streamConfigured = true;
     }
     device.initiated = true;

@@ -104,12 +104,13 @@ class UnitStream {
         int slot = 0;
         for (; running; slot = (slot + 1) % requestsUnderWay) {
             ReceiveResult& received = *collect(slot);
-            const bool lost = received.timedOut;
-            processBatch(received);
-            if (lost) {
+            if (received.timedOut) {
                 loseLink();
+                processBatch(received);
+                ring_.end();
                 return;
             }
+            processBatch(received);
             request(slot);
         }
         for (int i = 0; i < requestsUnderWay && !collect(slot)->timedOut; ++i)
@@ -136,7 +137,6 @@ class UnitStream {
     void loseLink() {
         link_.loseLink();
         warnings_.linkLost = true;
-        ring_.end();
     }
 
     void processBatch(ReceiveResult& received) {
