@@ -111,6 +111,10 @@ std::vector<std::uint8_t> SampleStream::contextPacket(std::size_t channel) const
     return bytes;
 }
 
+SampleStream::Time SampleStream::paced(Time now, double pace) const {
+    return start_ + std::chrono::duration_cast<Time::duration>((now - start_) * pace);
+}
+
 void SampleCounter::put(std::size_t channel, std::uint64_t firstSample, SampleStream::Payload& payload) {
     constexpr std::size_t sampleBytes = 4;
     constexpr int lowBits = 15, channelBit = 1, highBit = 3;

@@ -47,6 +47,8 @@ struct UnitOptions {
     StreamContent streamContent = StreamContent::silence;
     /// Streams go by the unit's own clock: nothing is sent before its time. If not, as fast as it is asked for.
     bool streamsInRealTime = false;
+    /// Seconds of that clock to one that passes: under 1 for a machine that is too slow for all units of a group.
+    double streamPace = 1;
     /// Turns that a unit in real time keeps for a host that is late.
     std::uint64_t streamBufferTurns = 8192;
 

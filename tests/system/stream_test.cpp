@@ -312,6 +312,7 @@ TEST_F(Stream, AbortAtAnyMomentLeavesTheUnitsInOrder) {
 TEST_F(Stream, RunsBesideASweepAndStatusReads) {
     sim::UnitOptions options;
     options.streamsInRealTime = true;
+    options.streamPace = 0.05;  // units that don't keep pace with each other run the ring over for good
     options.streamBufferTurns = 1'000'000;  // a unit that is slow is late, and loses nothing
     connectGroup(2, std::move(options));
     for (const int focus : {2, 5}) {
