@@ -111,7 +111,7 @@ std::vector<std::uint8_t> SampleStream::contextPacket(std::size_t channel) const
     return bytes;
 }
 
-SampleStream::Time SampleStream::paced(Time now, double pace) const {
+SampleStream::Time SampleStream::clockAt(Time now, double pace) const {
     return start_ + std::chrono::duration_cast<Time::duration>((now - start_) * pace);
 }
 

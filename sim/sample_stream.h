@@ -48,8 +48,8 @@ class SampleStream {
 
     bool hasChannels() const { return !channels_.empty(); }
 
-    /// The time on a clock that was right at the stream's start and goes `pace` times as fast.
-    Time paced(Time now, double pace) const;
+    /// What a clock shows now that was right at the start of the stream and goes `pace` times as fast.
+    Time clockAt(Time now, double pace) const;
 
     /// When the unit has taken the samples of the next datagram.
     Time due() const { return timeOf((turn_ + 1) * samplesPerPacket); }

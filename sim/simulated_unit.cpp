@@ -177,7 +177,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         SampleStream& packets = stream->packets;
         while (stream->owed > 0 && !server.stopping()) {
             if (options.streamsInRealTime) {
-                const auto now = packets.paced(WallClock::now(), options.streamPace);
+                const auto now = packets.clockAt(WallClock::now(), options.streamPace);
                 const std::uint64_t waiting = packets.waiting(now);
                 if (packets.betweenTurns() && waiting > options.streamBufferTurns)
                     packets.loseTurns(waiting - options.streamBufferTurns);
