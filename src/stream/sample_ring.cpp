@@ -67,10 +67,14 @@ void SampleRing::moveReadPosition(std::int64_t position) {
     readPosition_ = position;
 }
 
-/// Throws away what is stored. Units that are behind the foremost one have their next samples thrown away too.
+/// Throws away what is stored. Units that are behind the foremost one have their next samples thrown away too, so that
+/// their instants meet again; where a unit has lost track of its own, there is nothing to meet.
 void SampleRing::skipToNewest() {
     std::int64_t newest = readPosition_;
     for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) newest = std::max(newest, written_[unit]);
+    for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) {
+        if (offTrack_[unit]) written_[unit] = newest;
+    }
     moveReadPosition(newest);
     triggers_.clear();
 }
@@ -90,6 +94,7 @@ void SampleRing::push(std::size_t unit, const Blocks& blocks) {
             pulled_.wait(lock, [this] { return !pulling_; });
             if (start + samples - readPosition_ >= capacity) {
                 skipToNewest();
+                start = written_[unit];
                 overflowed_ = true;
             }
         }
@@ -109,8 +114,14 @@ void SampleRing::push(std::size_t unit, const Blocks& blocks) {
         }
     }
     const std::lock_guard lock(mutex_);
-    written_[unit] = start + samples;
+    // If the unit was sent ahead meanwhile, these samples are past.
+    if (written_[unit] == start) written_[unit] = start + samples;
     pushed_.notify_all();
+}
+
+void SampleRing::loseTrack(std::size_t unit) {
+    const std::lock_guard lock(mutex_);
+    offTrack_[unit] = true;
 }
 
 /// The ring's length is a multiple of every block's.

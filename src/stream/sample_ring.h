@@ -46,6 +46,10 @@ class SampleRing {
     /// channels. Times and triggers count from the unit that sets the clock.
     void push(std::size_t unit, const Blocks& blocks);
 
+    /// Says that a unit has lost samples before they came here: no one knows any more which instants its positions are.
+    /// Where all that is stored goes, it starts anew beside the foremost unit, however far it has fallen behind.
+    void loseTrack(std::size_t unit);
+
     /// Says that no more will come.
     void end();
 
@@ -98,6 +102,7 @@ class SampleRing {
     mutable std::mutex mutex_;  ///< guards all below; samples are copied without it
     std::condition_variable pushed_, pulled_;
     std::array<std::int64_t, mostUnits> written_{};  ///< position behind the last sample stored, by unit
+    std::array<bool, mostUnits> offTrack_{};
     std::int64_t readPosition_ = 0;
     bool pulling_ = false;          ///< samples are being copied from `readPosition_` on
     std::uint64_t timestamp_ = 0;   ///< nanoseconds, of the sample at `readPosition_`

@@ -157,6 +157,7 @@ class UnitStream {
         }
         if (decimation_) takeOffDelay(blocks);
         if (batch_.ddrOverflow) warnings_.ddrOverflow = true;
+        if (batch_.gap) ring_.loseTrack(unit_);
         ring_.push(unit_, blocks);
         if (batch_.adcOverflow) warnings_.adcOverflow = true;
         if (batch_.sampleLoss) warnings_.sampleLoss = true;

@@ -70,7 +70,7 @@ int markerOf(const ci16& sample) { return (sample.re ^ sample.im) & 1; }
 
 void TurnAssembler::beginBatch(TurnBatch& batch) const {
     batch.turns = 0;
-    batch.adcOverflow = batch.sampleLoss = batch.ddrOverflow = false;
+    batch.adcOverflow = batch.sampleLoss = batch.ddrOverflow = batch.gap = false;
     batch.time.reset();
     if (rotor_ == 0) return;
     batch.time = carriedTime_;
@@ -97,8 +97,10 @@ void TurnAssembler::read(ReceiveResult& received, TurnBatch& batch) {
         constexpr int overRangeEnable = 25, overRange = 13, lossEnable = 24, loss = 12, ddrEnable = 21,
                       ddr = 9, triggerEnable = 20, trigger = 8;
         batch.adcOverflow |= indicates(trailer, overRangeEnable, overRange);
-        batch.sampleLoss |= indicates(trailer, lossEnable, loss) || !packet.isWhole();
+        const bool unitLostSamples = indicates(trailer, lossEnable, loss);
+        batch.sampleLoss |= unitLostSamples || !packet.isWhole();
         batch.ddrOverflow |= indicates(trailer, ddrEnable, ddr);
+        batch.gap |= unitLostSamples || batch.ddrOverflow;
         if (rotor_ == 0) {
             carriedTime_ = packet.time();
             carriedTrigger_ = indicates(trailer, triggerEnable, trigger);

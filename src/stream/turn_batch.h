@@ -29,6 +29,7 @@ struct TurnBatch {
     bool adcOverflow = false;
     bool sampleLoss = false;
     bool ddrOverflow = false;
+    bool gap = false;  ///< the unit itself has lost samples: more time has gone by than samples tell
 };
 
 /// Sorts the packets of one unit into turns, batch by batch. Packets are told apart by their order alone.

@@ -184,6 +184,25 @@ TEST(SampleRing, LosesEverythingAtOnceWhenItIsNotReadInTime) {
     EXPECT_EQ(triggers[0], 5);
 }
 
+TEST(SampleRing, UnitThatLostTrackStartsAnewBesideTheOthers) {
+    const StreamLayout layout(streaming({0, 4}, 2));
+    for (const bool lostTrack : {false, true}) {
+        SampleRing ring(layout, false, nsPerSample);
+        Unit first(ring, layout, 0), second(ring, layout, 1);
+        Reader reader(ring, layout);
+        if (lostTrack) ring.loseTrack(1);
+        // One unit alone fills the ring; the other is behind by all of it.
+        while (!ring.takeOverflow()) first.push(64);
+        first.push(64);
+        second.push(64);
+        EXPECT_EQ(ring.available(), lostTrack ? 64 * 2048 : 0);
+        if (!lostTrack) continue;
+        const auto pulled = reader.pull(2048);
+        EXPECT_EQ(reader.samples[0][0].re, sampleAt(0, (pulled.time - 1'000'000) / 20).re);
+        EXPECT_EQ(reader.samples[1][1].re, sampleAt(1, 1).re);  // the second unit's first samples
+    }
+}
+
 TEST(SampleRing, UnitsStayAlignedThroughPurgesAndOverrunsTwoThreads) {
     // Two channels of the first unit, one of the third; the second doesn't stream.
     const StreamLayout layout(streaming({0, 2, 9}, 3));
