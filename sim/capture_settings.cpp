@@ -22,7 +22,7 @@ std::uint64_t oscillatorWord(const RegisterFile& registers, std::uint16_t at) {
     return high << 32 | low;
 }
 
-std::uint64_t oscillatorWord(const RegisterFile& registers, std::size_t channel) {
+std::uint64_t ownOscillatorWord(const RegisterFile& registers, std::size_t channel) {
     return oscillatorWord(registers,
                           static_cast<std::uint16_t>(firstOscillator + registersPerOscillator * channel));
 }
@@ -112,7 +112,7 @@ std::optional<CaptureSettings> captureSettings(const UnitState& state, const Osc
         settings.k = rowOfCapture(settings.tuning);
         settings.response =
             responseRow(settings.k, path == LoPath::sharedOnLow || path == LoPath::sharedOnHigh);
-        settings.ncoHz = oscillatorHz(oscillatorWord(state.registers, channel));
+        settings.ncoHz = oscillatorHz(ownOscillatorWord(state.registers, channel));
         settings.taps = loadedTaps(state.registers, channel);
         settings.timebaseRatio = oscillator.frequencyRatio(state.timebaseDac);
         return settings;
@@ -124,7 +124,7 @@ CaptureSettings streamSettings(const UnitState& state, std::size_t channel, doub
                                std::optional<double> groupHz) {
     constexpr std::uint64_t takesSharedOscillator = std::uint64_t{1} << 62;
     CaptureSettings settings{.channel = channel, .tuning = channelTuning(state, channel, groupHz)};
-    const std::uint64_t own = oscillatorWord(state.registers, channel);
+    const std::uint64_t own = ownOscillatorWord(state.registers, channel);
     settings.sharesOscillator = (own & takesSharedOscillator) != 0;
     settings.ncoHz =
         oscillatorHz(settings.sharesOscillator ? oscillatorWord(state.registers, sharedOscillator) : own);

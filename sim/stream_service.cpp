@@ -60,6 +60,12 @@ void StreamService::begin(const StreamStart& start) {
                         return fill(channel, first, payload);
                     });
     reception_.reset();
+    epoch_ = WallClock::now().time_since_epoch() - Clock::now().time_since_epoch();
+}
+
+// A stream doesn't notice when somebody sets this machine's clock.
+WallClock::time_point StreamService::streamTime() const {
+    return WallClock::time_point(Clock::now().time_since_epoch() + epoch_);
 }
 
 void StreamService::stop() {
@@ -91,7 +97,7 @@ std::optional<StreamService::Clock::time_point> StreamService::nextTime() const 
     const auto wanted = static_cast<std::uint64_t>(collectingTime / stream_->turnTime());
     const std::uint64_t owedTurns = owed_ / stream_->channels().size();
     const auto turns = std::max<std::uint64_t>(std::min(wanted, owedTurns), 1);
-    return now + (stream_->due(turns) - WallClock::now());
+    return Clock::time_point(stream_->due(turns).time_since_epoch() - epoch_);
 }
 
 bool StreamService::nextIsReady(WallClock::time_point now) {
@@ -118,7 +124,7 @@ void StreamService::serve() {
     lock.unlock();
 
     for (int i = 0; i < batchesAtOnce && owed_ > 0; ++i) {
-        const auto now = WallClock::now();
+        const auto now = streamTime();
         batch_.clear();
         for (; owed_ > 0 && batch_.hasRoom() && nextIsReady(now); --owed_)
             batch_.add(stream_->next(*edges, batch_.room()));

@@ -58,6 +58,7 @@ class StreamService {
 
   private:
     void begin(const StreamStart& start);
+    std::chrono::system_clock::time_point streamTime() const;
     bool running();
     bool nextIsReady(std::chrono::system_clock::time_point now);
     void dropWhatIsTooOld(std::chrono::system_clock::time_point now);
@@ -74,6 +75,7 @@ class StreamService {
     std::uint64_t startsBefore_ = 0;            ///< of the group's, when the unit began to wait
     std::unique_ptr<StreamSamples> samples_;
     std::optional<SampleStream> stream_;
+    std::chrono::nanoseconds epoch_{0};  ///< of the monotonic clock, after 1970
     std::uint64_t owed_ = 0;
     Endpoint to_{};
     UdpSocket* socket_ = nullptr;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <complex>
 #include <cstring>
+#include <memory>
 #include <numbers>
 #include <utility>
 #include <vector>
@@ -53,22 +54,19 @@ struct StreamSamplesTest : test::SequencerFixture {
         }
     }
 
-    /// What the planned stream makes of a scene: a packet of each input.
-    std::array<Samples, 2> listen(const Scene& scene, int decimation = 1) {
-        device().decimation = device().hardwareDecimation = decimation;
-        device().hardwareBandwidth = device().outputBandwidth = bandwidth;
-        driver.answer(test::StatusDatagram());
-        const auto lists = planStream(device());
-        for (std::size_t p = 0; p < lists[0].config.packetCount(); ++p)
-            sequencer.runControlPacket(lists[0].config.packet(p));
+    /// Runs the plan of a unit that streams both inputs.
+    static void runPlan(Sequencer& unit, const CommandList& config, int decimation) {
+        for (std::size_t p = 0; p < config.packetCount(); ++p) unit.runControlPacket(config.packet(p));
         const std::uint32_t code = decimation == 4 ? 3 : static_cast<std::uint32_t>(decimation);
-        run({0x0F003009 | code << 8});
+        unit.runControlPacket(test::Words{0x0F003009 | code << 8});
+    }
 
-        const StreamReception reception{sequencer.state(),
-                                        std::shared_ptr<const Scene>(std::shared_ptr<void>{}, &scene), image,
-                                        temperature};
-        const auto samples =
-            StreamSamples::make(StreamContent::scene, reception, {someTime, 1.0, {}}, captures, 0);
+    /// What a unit's stream makes of a scene: a packet of each input.
+    std::array<Samples, 2> hear(const Sequencer& unit, const Scene& scene, const StreamStart& start,
+                                std::size_t loopTurns = 0) {
+        const StreamReception reception{
+            unit.state(), std::shared_ptr<const Scene>(std::shared_ptr<void>{}, &scene), image, temperature};
+        const auto samples = StreamSamples::make(StreamContent::scene, reception, start, captures, loopTurns);
         std::array<Samples, 2> result;
         for (std::size_t i = 0; i < inputs.size(); ++i) {
             std::array<std::uint8_t, dataPayloadBytes> payload;
@@ -76,6 +74,14 @@ struct StreamSamplesTest : test::SequencerFixture {
             result[i] = test::samplesOf(payload);
         }
         return result;
+    }
+
+    std::array<Samples, 2> listen(const Scene& scene, int decimation = 1) {
+        device().decimation = device().hardwareDecimation = decimation;
+        device().hardwareBandwidth = device().outputBandwidth = bandwidth;
+        driver.answer(test::StatusDatagram());
+        runPlan(sequencer, planStream(device())[0].config, decimation);
+        return hear(sequencer, scene, {someTime, 1.0, {}});
     }
 
     std::array<Samples, 2> listenToTone(double hz, double dbm, int decimation = 1) {
@@ -132,6 +138,39 @@ TEST_F(StreamSamplesTest, SharedChannelsAgreeInPhaseAndFollowTheirOffset) {
         device().channelPhaseOffset[3] = 2.0 * std::numbers::pi - 0.5;  // as a setting of 0.5 is stored
         EXPECT_NEAR(phase(listenToTone(hz + offset, -30)), -0.5 * 180.0 / std::numbers::pi, 0.5) << hz;
     }
+}
+
+TEST_F(StreamSamplesTest, ASlaveStreamsInPhaseOnItsMastersLo) {
+    RuleBook rulesOfSlave;
+    test::WrittenDown outputsOfSlave;
+    Sequencer slave{rulesOfSlave, outputsOfSlave, test::unitAddress};
+    test::ScriptedUnit slaveDriver{clock};
+    for (const test::Words& words : {test::lowImage(0x41), test::lowImage(0x44), test::highImage(0x9)})
+        slave.runControlPacket(words);
+    std::memcpy(slaveDriver.device->corrections->image.get(), image->data(), image->size());
+    updateTemperature(*slaveDriver.device->corrections, static_cast<float>(temperature));
+    device().slaves.push_back(slaveDriver.device.get());
+    device().channelCount = 8;
+    tune(2.4e9, true);
+    for (const std::size_t input : inputs)
+        device().channelEnabled[4 + input] = device().channelShared[4 + input] = true;
+    driver.answer(test::StatusDatagram());
+    slaveDriver.answer(test::StatusDatagram());
+    const auto lists = planStream(device());
+    runPlan(sequencer, lists[0].config, 1);
+    runPlan(slave, lists[1].config, 1);
+
+    Scene scene;
+    scene.with<Tone>(2.4025e9, -30.0);
+    const StreamStart start{someTime, 1.0 + 1e-7, sharedLoHz(sequencer.state())};
+    const auto ofMaster = hear(sequencer, scene, start);
+    const auto ofSlave = hear(slave, scene, start);
+    const double turned = std::arg(lineAt(ofSlave[1], 2.5e6) / lineAt(ofMaster[0], 2.5e6));
+    EXPECT_NEAR(turned, 0.0, 0.01);
+    EXPECT_NEAR(levelOf(ofSlave[0], 0, 2.5e6, 1), -30, 0.1);
+    const auto untied = hear(slave, scene, {someTime, 1.0, {}});
+    EXPECT_EQ(lineAt(untied[0], 2.5e6), 0.0) << "without the master's LO";
+    EXPECT_EQ(breaches(), "");
 }
 
 TEST_F(StreamSamplesTest, ADelayTurnsThePhaseOverFrequencyAndNotInTheMiddle) {
@@ -195,6 +234,19 @@ TEST_F(StreamSamplesTest, WhatIsTooStrongIsToldAndTheMarkerStaysLow) {
             ASSERT_EQ((i ^ q) & 1, 0);
         }
     }
+}
+
+TEST_F(StreamSamplesTest, ALoopBringsItsTurnsAgain) {
+    tune(2.4e9, true);
+    Scene scene;
+    scene.with<FmTone>(2.4e9, -30.0, 1e3, 75e3);
+    listen(scene);
+    const auto turn = [&](std::uint64_t number, std::size_t loopTurns) {
+        firstSample = 2048 * number;
+        return hear(sequencer, scene, {someTime, 1.0, {}}, loopTurns)[1];
+    };
+    EXPECT_EQ(turn(7, 3), turn(1, 0));
+    EXPECT_NE(turn(7, 0), turn(1, 0));
 }
 
 }  // namespace
