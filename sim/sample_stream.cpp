@@ -1,6 +1,8 @@
 #include "sim/sample_stream.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "sim/byte_order.h"
 #include "sim/capture_settings.h"
