@@ -4,7 +4,6 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 
 #include "sim/byte_order.h"
 #include "sim/phase.h"
@@ -24,7 +23,7 @@ constexpr double dbPerGainCode = 0.5;
 
 /// Amplitude of 0 dBm ahead of the response filter, 1.0 being full scale.
 double amplitudeOfZeroDbm(const CaptureSettings& settings, const UnitCalibration& unit) {
-    const std::size_t k = calibrationIndex(settings.tuning);
+    const std::size_t k = settings.k;
     const FrontEnd& front = settings.tuning.frontEnd;
     const double codeDb = dbPerGainCode * (front.gainCode - unit.gainCode(settings.channel, k));
     return std::pow(10.0, (codeDb - unit.fullScaleDbm(settings.channel, front.attenuatorDb, k)) / 20.0);
@@ -57,27 +56,12 @@ class Rails {
     double amplitude_;
 };
 
-/// Gain of the decimation to 50 MS/s at a frequency from the capture's middle.
-double decimationGain(double hz) {
-    constexpr struct {
-        double rate;
-        double db;
-    } corners[] = {{0.3907, 0.0}, {0.40, -0.03}, {0.45, -4.4}, {0.50, -30.7}};
-    const double rate = std::abs(hz) / captureRateHz;
-    if (rate <= corners[0].rate) return 1.0;
-    for (std::size_t i = 1; i < std::size(corners); ++i) {
-        const auto& from = corners[i - 1];
-        const auto& to = corners[i];
-        if (rate > to.rate) continue;
-        const double db = from.db + (to.db - from.db) * (rate - from.rate) / (to.rate - from.rate);
-        return std::pow(10.0, db / 20.0);
-    }
-    return 0.0;
-}
-
 // --- filter for wide sources -------------------------------------------------------------------------------
 
-constexpr std::size_t responseBins = 32;
+/// Points over the capture's 50 MHz at which a response is taken: of the rails alone, and of a loaded decimation
+/// filter as well, whose slopes are steeper.
+constexpr std::size_t railBins = 32;
+constexpr std::size_t loadedBins = 256;
 
 struct ShortFilter {
     std::vector<std::complex<float>> taps;
@@ -86,24 +70,27 @@ struct ShortFilter {
 
 /// The filter at 50 MS/s that has a response given over the capture's 50 MHz. Only taps that matter stay: of
 /// an even response that is one.
-ShortFilter shortFilter(const std::array<Complex, responseBins>& response, double silence) {
+///
+/// @param response  at `railBins` or `loadedBins` points
+ShortFilter shortFilter(std::span<const Complex> response, double silence) {
     constexpr double negligible = 1e-4;
-    constexpr std::size_t half = responseBins / 2;
+    const std::size_t bins = response.size();
+    const auto half = static_cast<std::ptrdiff_t>(bins / 2);
     static const auto circle = [] {
-        std::array<Complex, responseBins> points;
+        std::array<Complex, loadedBins> points;
         for (std::size_t n = 0; n < points.size(); ++n)
-            points[n] = onCircle(turns(static_cast<double>(n) / responseBins));
+            points[n] = onCircle(turns(static_cast<double>(n) / loadedBins));
         return points;
     }();
-    std::array<Complex, responseBins> taps;
+    std::vector<Complex> taps(bins);
     double largest = 0.0;
-    for (std::size_t t = 0; t < responseBins; ++t) {
+    for (std::size_t t = 0; t < bins; ++t) {
         Complex sum = 0.0;
-        for (std::size_t m = 0; m < responseBins; ++m) {
-            const auto steps = (m + half) * (t + half) % responseBins;
-            sum += response[m] * circle[steps];
+        for (std::size_t m = 0; m < bins; ++m) {
+            const auto steps = (m + bins / 2) * (t + bins / 2) % bins;
+            sum += response[m] * circle[steps * (loadedBins / bins)];
         }
-        taps[t] = sum / static_cast<double>(responseBins);
+        taps[t] = sum / static_cast<double>(bins);
         largest = std::max(largest, std::abs(taps[t]));
     }
     if (largest <= silence) return {};
@@ -121,16 +108,31 @@ ShortFilter shortFilter(const std::array<Complex, responseBins>& response, doubl
     return filter;
 }
 
-/// out[n] += sum of taps[k] * in[n + taps - 1 - k]
-void filterInto(Baseband out, const Baseband& in, std::span<const std::complex<float>> taps) {
-    for (std::size_t k = 0; k < taps.size(); ++k) {
-        const float re = taps[k].real();
-        const float im = taps[k].imag();
-        const float* inI = in.i.data() + (taps.size() - 1 - k);
-        const float* inQ = in.q.data() + (taps.size() - 1 - k);
-        for (std::size_t n = 0; n < out.size(); ++n) {
-            out.i[n] += re * inI[n] - im * inQ[n];
-            out.q[n] += re * inQ[n] + im * inI[n];
+/// Every so many of a rail, from one on.
+std::vector<float> everyOf(std::span<const float> rail, std::size_t first, std::size_t step) {
+    std::vector<float> picked;
+    picked.reserve(rail.size() / step + 1);
+    for (std::size_t n = first; n < rail.size(); n += step) picked.push_back(rail[n]);
+    return picked;
+}
+
+/// out[n] += sum of taps[k] * in[step * n + taps - 1 - k]
+void filterInto(Baseband out, const Baseband& in, std::span<const std::complex<float>> taps,
+                std::size_t step) {
+    for (std::size_t phase = 0; phase < step; ++phase) {
+        const auto pickedI = step == 1 ? std::vector<float>{} : everyOf(in.i, phase, step);
+        const auto pickedQ = step == 1 ? std::vector<float>{} : everyOf(in.q, phase, step);
+        const float* const railI = step == 1 ? in.i.data() : pickedI.data();
+        const float* const railQ = step == 1 ? in.q.data() : pickedQ.data();
+        for (std::size_t ahead = phase; ahead < taps.size(); ahead += step) {
+            const float re = taps[taps.size() - 1 - ahead].real();
+            const float im = taps[taps.size() - 1 - ahead].imag();
+            const float* inI = railI + ahead / step;
+            const float* inQ = railQ + ahead / step;
+            for (std::size_t n = 0; n < out.size(); ++n) {
+                out.i[n] += re * inI[n] - im * inQ[n];
+                out.q[n] += re * inQ[n] + im * inI[n];
+            }
         }
     }
 }
@@ -180,17 +182,19 @@ CapturePath::View CapturePath::makeView(const Scene& scene, double centreHz, boo
         const double offset = source->centreHz() - centreHz;
         if (source->wide()) {
             if (std::abs(offset) < halfCaptureHz + source->reachHz()) view.wide.push_back(source.get());
-        } else if (std::abs(offset) < halfCaptureHz) {
-            const Complex gain = response(source->centreHz()) * decimationGain(offset);
+        } else if (std::abs(offset) < decimation_.reachHz()) {
+            const Complex gain = response(source->centreHz()) * decimation_.gainAt(offset);
             if (gain != 0.0) view.lines.push_back({source.get(), gain});
         }
     }
     if (view.wide.empty()) return view;
 
-    std::array<Complex, responseBins> bins;
-    for (std::size_t m = 0; m < responseBins; ++m) {
-        const double offset = static_cast<double>(m) / responseBins - 0.5;
-        bins[m] = response(centreHz + offset * captureRateHz);
+    std::vector<Complex> bins(decimation_.isLoaded() ? loadedBins : railBins);
+    for (std::size_t m = 0; m < bins.size(); ++m) {
+        const double offset =
+            (static_cast<double>(m) / static_cast<double>(bins.size()) - 0.5) * captureRateHz;
+        bins[m] = response(centreHz + offset);
+        if (decimation_.isLoaded()) bins[m] *= decimation_.gainAt(offset);
     }
     ShortFilter filter = shortFilter(bins, silence);
     view.filter = std::move(filter.taps);
@@ -201,31 +205,38 @@ CapturePath::View CapturePath::makeView(const Scene& scene, double centreHz, boo
 
 CapturePath::CapturePath(const CaptureSettings& settings, const UnitCalibration& unit,
                          const RailTaps& evening, const Scene& scene)
-    : ncoHz_(settings.ncoHz * settings.timebaseRatio) {
+    : decimation_(settings.decimation), ncoHz_(settings.ncoHz * settings.timebaseRatio) {
     for (auto* rails : {&straight_, &mirrored_}) {
         for (auto& rail : *rails) rail.resize(captureBlock);
     }
+    for (auto& rail : fine_) rail.resize(captureBlock * decimation_.factor());
     // A capture whose front end isn't set to one band hears nothing, nor one without an LO.
     const ChannelTuning& tuning = settings.tuning;
     if (!tuning.frontEnd.band || (!isDirect(tuning) && !tuning.loHz)) return;
 
     const double inFullScales = static_cast<double>(fullScale) * amplitudeOfZeroDbm(settings, unit);
     const Rails rails(settings.taps, evening, inFullScales);
+    const double unitPhase =
+        settings.sharesOscillator ? unit.channelPhase(settings.channel, settings.k) : 0.0;
+    const Complex turn = settings.turn * std::polar(1.0, unitPhase);
+    // What is mirrored is turned before it.
+    const Complex turnAhead = std::conj(turn);
     if (isDirect(tuning)) {
-        const auto response = [&](double hz) { return rails.at(hz).i; };
-        views_.push_back(makeView(scene, ncoHz_, true, response, 0.0));
-        views_.push_back(makeView(scene, -ncoHz_, false, response, 0.0));
+        views_.push_back(makeView(
+            scene, ncoHz_, true, [&](double hz) { return turnAhead * rails.at(hz).i; }, 0.0));
+        views_.push_back(makeView(
+            scene, -ncoHz_, false, [&](double hz) { return turn * rails.at(hz).i; }, 0.0));
         return;
     }
 
     const double loHz = *tuning.loHz * settings.timebaseRatio;
     const auto wanted = [&](double hz) {
         const RailGains gains = rails.at(hz - loHz);
-        return 0.5 * (gains.i + gains.q);
+        return 0.5 * turn * (gains.i + gains.q);
     };
     const auto image = [&](double hz) {
         const RailGains gains = rails.at(hz - loHz);
-        return 0.5 * (gains.i - gains.q);
+        return 0.5 * turnAhead * (gains.i - gains.q);
     };
     views_.push_back(makeView(scene, loHz - ncoHz_, false, wanted, 0.0));
     // Of what is wide, an image 66 dB down or more isn't worth the work.
@@ -234,27 +245,43 @@ CapturePath::CapturePath(const CaptureSettings& settings, const UnitCalibration&
     views_.push_back(makeView(scene, loHz + ncoHz_, true, image, silence));
 
     // One count of the offset converters is one of the samples, ahead of the filter.
-    const auto cancelled = unit.feedThrough(settings.channel, calibrationIndex(tuning));
+    const auto cancelled = unit.feedThrough(settings.channel, settings.k);
     const RailGains atDc = gainsAt(settings.taps, 0.0);
-    if (std::abs(ncoHz_) >= halfCaptureHz) return;
+    if (std::abs(ncoHz_) >= decimation_.reachHz()) return;
     leak_ = Complex(atDc.i.real() * (tuning.frontEnd.dcOffsetI - cancelled[0]),
                     atDc.q.real() * (tuning.frontEnd.dcOffsetQ - cancelled[1])) *
-            decimationGain(ncoHz_);
+            decimation_.gainAt(ncoHz_) * turn;
 }
 
 void CapturePath::look(const View& view, std::int64_t firstSample, std::size_t count) {
     auto& rails = view.mirrored ? mirrored_ : straight_;
     const Baseband out = Baseband{rails[0], rails[1]}.part(0, count);
-    for (const View::Line& line : view.lines)
-        line.source->addTo(out, {view.centreHz, firstSample}, line.gain);
+    lookAtLines(view, firstSample, out);
     if (view.wide.empty()) return;
 
-    const std::size_t needed = count + view.filter.size() - 1;
+    const std::size_t needed = count * decimation_.factor() + view.filter.size() - 1;
     for (auto& rail : wide_) rail.assign(needed, 0.0f);
     const Baseband air{wide_[0], wide_[1]};
     const Stretch stretch{view.centreHz, firstSample - static_cast<std::int64_t>(view.filterBehind)};
     for (const Source* source : view.wide) source->addTo(air, stretch, 1.0);
-    filterInto(out, air, view.filter);
+    filterInto(out, air, view.filter, decimation_.factor());
+}
+
+void CapturePath::lookAtLines(const View& view, std::int64_t firstSample, Baseband out) {
+    const std::size_t step = decimation_.factor();
+    const Stretch stretch{view.centreHz, firstSample};
+    if (step == 1) {
+        for (const View::Line& line : view.lines) line.source->addTo(out, stretch, line.gain);
+        return;
+    }
+    if (view.lines.empty()) return;
+    for (auto& rail : fine_) std::fill(rail.begin(), rail.end(), 0.0f);
+    const Baseband fine = Baseband{fine_[0], fine_[1]}.part(0, out.size() * step);
+    for (const View::Line& line : view.lines) line.source->addTo(fine, stretch, line.gain);
+    for (std::size_t n = 0; n < out.size(); ++n) {
+        out.i[n] += fine.i[n * step];
+        out.q[n] += fine.q[n * step];
+    }
 }
 
 bool CapturePath::take(std::int64_t firstSample, std::span<std::uint8_t> payload) {
@@ -270,7 +297,7 @@ bool CapturePath::take(std::int64_t firstSample, std::span<std::uint8_t> payload
     const Baseband out = Baseband{straight_[0], straight_[1]}.part(0, count);
     if (leak_ != 0.0) {
         const Turns perSample = turnsPerSample(ncoHz_);
-        addRotation(out, {phaseAt(perSample, firstSample), perSample, leak_});
+        addRotation(out, {phaseAt(perSample, firstSample), perSample * decimation_.factor(), leak_});
     }
     if (mirrors) {
         for (std::size_t n = 0; n < count; ++n) {
@@ -289,7 +316,7 @@ CapturePath CaptureMaker::make(const CaptureSettings& settings, const UnitCalibr
         unit_.emplace(image, temperature);
         evenings_.clear();
     }
-    const ResponseRow row = responseRow(settings.tuning);
+    const ResponseRow& row = settings.response;
     const std::size_t place =
         (row.k * layout::channels + settings.channel) * 2 + (row.grid == ResponseGrid::low);
     auto found = evenings_.find(place);

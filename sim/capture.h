@@ -31,7 +31,8 @@ inline constexpr std::size_t captureBlock = 2048;
 /// at f and a line at -f, and it is the second that the oscillator, turning the same way, brings to the
 /// middle: f lands at w - f, reversed. Close to 0 Hz the other one comes into view as well, at w + f.
 ///
-/// Of the 125 MS/s the decimation filter leaves 50, flat over the middle 39.06 MHz.
+/// Of the 125 MS/s the decimation filter leaves 50, flat over the middle 39.06 MHz; in a stream 50, 25 or 12.5,
+/// through the taps that are loaded.
 class CapturePath {
   public:
     /// Keeps references to the scene.
@@ -42,7 +43,8 @@ class CapturePath {
 
     /// The samples from so many since 1970 on, as 16-bit pairs, least significant byte first.
     ///
-    /// @param payload  a multiple of four bytes, at most `captureBlock` samples
+    /// @param firstSample  counted at 50 MS/s also where less goes out
+    /// @param payload      a multiple of four bytes, at most `captureBlock` samples
     /// @returns whether the converter was driven over its range
     bool take(std::int64_t firstSample, std::span<std::uint8_t> payload);
 
@@ -62,16 +64,18 @@ class CapturePath {
     };
 
     template <typename Response>
-    /// @param response  gain of the view for the air at a frequency
+    /// @param response  gain of the view for the air at a frequency, ahead of the decimation
     /// @param silence   what is wide counts only where it is larger than this
     View makeView(const Scene& scene, double centreHz, bool mirrored, Response response,
                   double silence) const;
     void look(const View& view, std::int64_t firstSample, std::size_t count);
+    void lookAtLines(const View& view, std::int64_t firstSample, Baseband out);
 
+    DecimationFilter decimation_;
     std::vector<View> views_;
     double ncoHz_;
     std::complex<double> leak_{};  ///< LO feed-through as it comes out of the filter
-    std::array<std::vector<float>, 2> straight_, mirrored_, wide_;
+    std::array<std::vector<float>, 2> straight_, mirrored_, fine_, wide_;
 };
 
 /// Makes the capture paths of one unit and keeps what is costly about them from one to the next.

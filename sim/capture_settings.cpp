@@ -13,13 +13,35 @@ constexpr std::uint16_t firstTapBlock = 252;
 constexpr std::uint16_t registersPerTapBlock = 128;
 constexpr std::uint16_t zerosAheadOfTaps = 4;
 
-double oscillatorHz(const RegisterFile& registers, std::size_t channel) {
-    constexpr int wordBits = 56;
-    constexpr std::uint64_t wordMask = (std::uint64_t{1} << wordBits) - 1;
-    const auto at = static_cast<std::uint16_t>(firstOscillator + registersPerOscillator * channel);
+constexpr std::uint16_t sharedOscillator = 0x30E;
+constexpr std::uint16_t firstTurn = 0x308;
+
+std::uint64_t oscillatorWord(const RegisterFile& registers, std::uint16_t at) {
     const std::uint64_t low = registers.read(at).value_or(0);
     const std::uint64_t high = registers.read(static_cast<std::uint16_t>(at + 1)).value_or(0);
-    return std::ldexp(static_cast<double>((high << 32 | low) & wordMask) * frontEndRateHz, -wordBits);
+    return high << 32 | low;
+}
+
+std::uint64_t ownOscillatorWord(const RegisterFile& registers, std::size_t channel) {
+    return oscillatorWord(registers,
+                          static_cast<std::uint16_t>(firstOscillator + registersPerOscillator * channel));
+}
+
+/// What turns by more than half the clock turns the other way.
+double oscillatorHz(std::uint64_t word) {
+    constexpr int wordBits = 56, unusedBits = 64 - wordBits;
+    const auto wrapped = static_cast<std::int64_t>(word << unusedBits) >> unusedBits;
+    return std::ldexp(static_cast<double>(wrapped) * frontEndRateHz, -wordBits);
+}
+
+/// Sine and cosine of the phase by which a channel's stream is turned.
+std::complex<double> loadedTurn(const RegisterFile& registers, std::size_t channel) {
+    constexpr double fullScale = 32767.0;
+    const auto word = registers.read(static_cast<std::uint16_t>(firstTurn + channel));
+    if (!word) return 1.0;
+    const auto sine = static_cast<std::int16_t>(static_cast<std::uint16_t>(*word >> 16));
+    const auto cosine = static_cast<std::int16_t>(static_cast<std::uint16_t>(*word));
+    return {cosine / fullScale, sine / fullScale};
 }
 
 RailTaps loadedTaps(const RegisterFile& registers, std::size_t channel) {
@@ -44,25 +66,9 @@ std::size_t stepOf(double loHz) {
     return static_cast<std::size_t>(std::clamp<std::int64_t>(step, 0, layout::gridPoints - 1));
 }
 
-}  // namespace
-
-std::optional<CaptureSettings> captureSettings(const UnitState& state, const Oscillator& oscillator,
-                                               std::optional<double> groupHz) {
-    for (std::size_t channel = 0; channel < channelCount; ++channel) {
-        const CaptureInput input = captureInput(state.inputSelect, channel);
-        if (!input.low && !input.high && !input.fullBand) continue;
-        return CaptureSettings{channel, channelTuning(state, channel, groupHz),
-                               oscillatorHz(state.registers, channel), loadedTaps(state.registers, channel),
-                               oscillator.frequencyRatio(state.timebaseDac)};
-    }
-    return std::nullopt;
-}
-
-bool isDirect(const ChannelTuning& tuning) { return tuning.frontEnd.band == 0; }
-
 // A step that is cut at the edge of a preselector band belongs, where the table says so, to the neighbour with
 // which it shares the band.
-std::size_t calibrationIndex(const ChannelTuning& tuning) {
+std::size_t rowOfCapture(const ChannelTuning& tuning) {
     constexpr struct {
         std::size_t step;
         int band;
@@ -77,15 +83,66 @@ std::size_t calibrationIndex(const ChannelTuning& tuning) {
     return step;
 }
 
-ResponseRow responseRow(const ChannelTuning& tuning) {
+/// Without a mixer it is where the LO would be.
+std::size_t rowOfStream(const ChannelTuning& tuning, double ncoHz) {
+    constexpr double intermediateHz = 23'437'500.0;
+    return stepOf(isDirect(tuning) ? intermediateHz - ncoHz : tuning.loHz.value_or(0.0));
+}
+
+/// @param shared  the channel runs on the shared LO
+ResponseRow responseRow(std::size_t row, bool shared) {
     constexpr std::size_t lastRow = 510;
     constexpr std::size_t firstHighRow = 144;
     constexpr std::size_t lastCrossed = 24;
-    std::size_t k = std::min(calibrationIndex(tuning), lastRow);
+    std::size_t k = std::min(row, lastRow);
     if (k == 1) k = 0;
-    const bool shared = tuning.lo.path == LoPath::sharedOnLow || tuning.lo.path == LoPath::sharedOnHigh;
     const bool low = !shared && k < firstHighRow;
     return {low ? ResponseGrid::low : ResponseGrid::full, k, k <= lastCrossed};
 }
+
+}  // namespace
+
+std::optional<CaptureSettings> captureSettings(const UnitState& state, const Oscillator& oscillator,
+                                               std::optional<double> groupHz) {
+    for (std::size_t channel = 0; channel < channelCount; ++channel) {
+        const CaptureInput input = captureInput(state.inputSelect, channel);
+        if (!input.low && !input.high && !input.fullBand) continue;
+        CaptureSettings settings{.channel = channel, .tuning = channelTuning(state, channel, groupHz)};
+        const LoPath path = settings.tuning.lo.path;
+        settings.k = rowOfCapture(settings.tuning);
+        settings.response =
+            responseRow(settings.k, path == LoPath::sharedOnLow || path == LoPath::sharedOnHigh);
+        settings.ncoHz = oscillatorHz(ownOscillatorWord(state.registers, channel));
+        settings.taps = loadedTaps(state.registers, channel);
+        settings.timebaseRatio = oscillator.frequencyRatio(state.timebaseDac);
+        return settings;
+    }
+    return std::nullopt;
+}
+
+CaptureSettings streamSettings(const UnitState& state, std::size_t channel, double timebaseRatio,
+                               std::optional<double> groupHz) {
+    constexpr std::uint64_t takesSharedOscillator = std::uint64_t{1} << 62;
+    CaptureSettings settings{.channel = channel, .tuning = channelTuning(state, channel, groupHz)};
+    const std::uint64_t own = ownOscillatorWord(state.registers, channel);
+    settings.sharesOscillator = (own & takesSharedOscillator) != 0;
+    settings.ncoHz =
+        oscillatorHz(settings.sharesOscillator ? oscillatorWord(state.registers, sharedOscillator) : own);
+    settings.k = rowOfStream(settings.tuning, settings.ncoHz);
+    settings.response = responseRow(isDirect(settings.tuning) ? 0 : settings.k, settings.sharesOscillator);
+    settings.taps = loadedTaps(state.registers, channel);
+    settings.timebaseRatio = timebaseRatio;
+    settings.decimation = DecimationFilter::loaded(state.registers, streamDecimation(state));
+    settings.turn = loadedTurn(state.registers, channel);
+    return settings;
+}
+
+std::size_t streamDecimation(const UnitState& state) {
+    constexpr int codeBit = 8;
+    const unsigned code = state.route >> codeBit & 3;
+    return code == 0 ? 1 : std::size_t{1} << (code - 1);
+}
+
+bool isDirect(const ChannelTuning& tuning) { return tuning.frontEnd.band == 0; }
 
 }  // namespace hxr::sim

@@ -12,6 +12,8 @@ namespace hxr::sim {
 inline constexpr std::size_t dataPayloadBytes = 8192;
 /// The whole datagram, with a header of five words and a trailer of one.
 inline constexpr std::size_t dataDatagramBytes = 8216;
+/// Where the payload begins.
+inline constexpr std::size_t dataHeaderBytes = 20;
 
 /// Header fields of a VITA-49 signal data packet that change from one to the next.
 struct DataHeader {
@@ -20,6 +22,13 @@ struct DataHeader {
     std::chrono::system_clock::time_point time;
     std::uint32_t trailer = 0;
 };
+
+/// Writes time and stream identifier where packets of all kinds have them: behind the first word of the header.
+void putPacketOrigin(std::span<std::uint8_t> packet, std::uint32_t streamId,
+                     std::chrono::system_clock::time_point time);
+
+/// Writes header and trailer around the payload of a whole datagram.
+void putDataFrame(std::span<std::uint8_t> datagram, const DataHeader& header);
 
 /// Frames a payload of `dataPayloadBytes`.
 std::vector<std::uint8_t> makeDataDatagram(const DataHeader& header, std::span<const std::uint8_t> payload);

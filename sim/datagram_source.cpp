@@ -1,13 +1,11 @@
 #include "sim/datagram_source.h"
 
-#include <netinet/udp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <optional>
 #include <span>
 #include <system_error>
@@ -20,15 +18,14 @@ namespace hxr::sim {
 namespace {
 
 constexpr std::size_t largestBurst = 64;
-constexpr std::size_t largestUdpPayload = 65'507;
 /// Bursts that may follow each other without a pause to make up for a sleep that ended late.
 constexpr std::size_t burstsInArrears = 4;
 
 std::size_t burstOf(const DatagramSourceOptions& options) {
     std::size_t burst = std::clamp<std::size_t>(options.burst, 1, largestBurst);
     if (options.segmentationOffload) {
-        burst = std::clamp<std::size_t>(largestUdpPayload / std::max<std::size_t>(options.datagramBytes, 1),
-                                        1, burst);
+        burst = std::clamp<std::size_t>(
+            UdpSocket::largestPayload / std::max<std::size_t>(options.datagramBytes, 1), 1, burst);
     }
     return burst;
 }
@@ -77,23 +74,9 @@ std::size_t DatagramSource::sendBurst(std::size_t count) {
 }
 
 std::size_t DatagramSource::sendSegmented(std::size_t count) {
-    sockaddr_in peer = socketAddress(options_.peer);
-    iovec whole{block_.data(), count * options_.datagramBytes};
-    const auto segment = static_cast<std::uint16_t>(options_.datagramBytes);
-    alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof segment)> control{};
-    msghdr message{};
-    message.msg_name = &peer;
-    message.msg_namelen = sizeof peer;
-    message.msg_iov = &whole;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr* header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_UDP;
-    header->cmsg_type = UDP_SEGMENT;
-    header->cmsg_len = CMSG_LEN(sizeof segment);
-    std::memcpy(CMSG_DATA(header), &segment, sizeof segment);
-    if (sendmsg(socket_.descriptor(), &message, 0) < 0) fail("sending segmented datagrams");
+    const auto block = std::span(block_).first(count * options_.datagramBytes);
+    if (!socket_.sendSegmented(block, options_.datagramBytes, options_.peer))
+        fail("sending segmented datagrams");
     return count;
 }
 

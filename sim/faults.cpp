@@ -108,6 +108,11 @@ bool FaultPlan::silent() const {
     return datagramsLeft_ == 0u || repliesLeft_ == 0u;
 }
 
+bool FaultPlan::none() const {
+    const std::lock_guard lock(mutex_);
+    return rules_.empty() && !datagramsLeft_ && !repliesLeft_;
+}
+
 bool FaultPlan::takeDatagram() {
     const std::lock_guard lock(mutex_);
     if (datagramsLeft_ == 0u || repliesLeft_ == 0u) return false;

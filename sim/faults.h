@@ -67,6 +67,8 @@ class FaultPlan {
     /// Ends the silence, and any that is set for later.
     void revive();
     bool silent() const;
+    /// Whether nothing of all this is set: replies then need not be taken one by one.
+    bool none() const;
 
     /// For the unit: notes a datagram that came in; false if the unit is silent.
     bool takeDatagram();

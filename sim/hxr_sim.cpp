@@ -49,6 +49,7 @@ struct Arguments {
     std::optional<std::uint16_t> trueDac;
     bool clockFault = false;
     bool honourPauses = false;
+    bool streamsInRealTime = false;
     std::vector<std::string> faults;
     std::string scene;
     std::vector<std::string> tones;
@@ -113,6 +114,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                    "timebase value to which a unit disciplined by GPS steers");
     app.add_flag("--clock-fault", arguments.clockFault, "converter clocks that are not aligned");
     app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
+    app.add_flag("--real-time", arguments.streamsInRealTime,
+                 "streams go by the unit's own clock; otherwise as fast as they are asked for");
     app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
     app.add_option("--scene", arguments.scene, "signals in the air: demo, or a file of the form below");
     app.add_option("--tone", arguments.tones, hxr::sim::toneTextForm);
@@ -181,6 +184,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
     const auto serials = countedUp(arguments.serials, count);
 
     const auto scene = sceneFor(arguments);
+    const auto syncLine = std::make_shared<hxr::sim::SyncLine>();
     std::vector<std::unique_ptr<SimulatedUnit>> units;
     for (std::size_t i = 0; i < count; ++i) {
         hxr::sim::UnitOptions options;
@@ -190,6 +194,8 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
         options.identity.serialNumber = serials[i];
         options.image = imageFor(arguments, serials[i]);
         options.honourPauses = arguments.honourPauses;
+        options.streamsInRealTime = arguments.streamsInRealTime;
+        options.syncLine = syncLine;
         options.recordedPackets = 0;
         options.scene = scene;
         if (arguments.clockFault) options.health.clockStatus = 0;

@@ -113,11 +113,18 @@ void Recording::noteReply(ReplyKind kind, std::uint16_t page) {
         const std::lock_guard lock(mutex_);
         if (kind == ReplyKind::status) ++counts_.statusReplies;
         if (kind == ReplyKind::samples) ++counts_.sampleReplies;
-        if (kind == ReplyKind::stream) ++counts_.streamReplies;
         if (kind == ReplyKind::page) {
             ++counts_.pageReplies;
             ++pages_[page];
         }
+    }
+    changed_.notify_all();
+}
+
+void Recording::noteStreamReplies(std::size_t count) {
+    {
+        const std::lock_guard lock(mutex_);
+        counts_.streamReplies += count;
     }
     changed_.notify_all();
 }

@@ -70,6 +70,7 @@ class Recording {
     void notePacket(std::span<const std::uint8_t> datagram, const Endpoint& sender, bool onDataSocket);
     void notePacketDone();
     void noteReply(ReplyKind kind, std::uint16_t page);
+    void noteStreamReplies(std::size_t count);
     void notePause(std::uint16_t ticks);
 
   private:

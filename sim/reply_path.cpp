@@ -47,6 +47,18 @@ void ReplyPath::send(Reply reply, UdpSocket& socket) {
     for (const Departure& waiting : std::exchange(swapped_, {})) depart(waiting);
 }
 
+void ReplyPath::send(const DatagramBatch& batch, const Endpoint& to, UdpSocket& socket) {
+    if (faults_.none() && swapped_.empty()) {
+        pacer_.wait(batch.bytes());
+        batch.send(socket, to);
+        return;
+    }
+    for (std::size_t i = 0; i < batch.count(); ++i) {
+        const auto bytes = batch.datagram(i);
+        send({ReplyKind::stream, std::nullopt, to, {bytes.begin(), bytes.end()}}, socket);
+    }
+}
+
 void ReplyPath::depart(const Departure& departure) {
     for (std::size_t i = 0; i < departure.copies; ++i) {
         pacer_.wait(departure.reply.bytes.size());

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "sim/datagram_batch.h"
 #include "sim/endpoint.h"
 #include "sim/faults.h"
 #include "sim/line_pacer.h"
@@ -37,6 +38,8 @@ class ReplyPath {
     /// Sends a reply by the socket on which its request came, which must live as long as replies are held
     /// back.
     void send(Reply reply, UdpSocket& socket);
+    /// The same for datagrams of a stream.
+    void send(const DatagramBatch& batch, const Endpoint& to, UdpSocket& socket);
     /// Sends what was delayed until now.
     void sendDue();
     /// When the next delayed reply is due.

@@ -1,8 +1,11 @@
 #include "sim/sample_stream.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "sim/byte_order.h"
+#include "sim/capture_settings.h"
 
 namespace hxr::sim {
 namespace {
@@ -14,32 +17,42 @@ constexpr std::uint16_t firstIdentifierRegister = 8;
 constexpr std::uint16_t firstContextRegister = 0x40;
 constexpr std::uint16_t contextRegisters = 9;
 
-/// Sets the marker as the edges tell.
+constexpr std::size_t sampleBytes = 4;
+
+/// Turns the marker over in a part of a payload.
+void turnMarkerOver(std::span<std::uint8_t> samples) {
+    constexpr std::size_t q = 2;
+    for (std::size_t at = q; at < samples.size(); at += sampleBytes) samples[at] ^= 1;
+}
+
+/// Sets the marker of samples in which it is low, as the edges tell.
 /// @returns whether an edge lies in the payload
-bool mark(const std::vector<MarkerEdge>& edges, std::uint64_t firstSample, SampleStream::Payload& payload) {
-    constexpr std::size_t sampleBytes = 4, second = 2;
-    bool high = false, found = false;
-    auto next = edges.begin();
-    while (next != edges.end() && next->sample < firstSample) high = next++->high;
-    for (std::size_t i = 0; i < SampleStream::samplesPerPacket; ++i) {
-        if (next != edges.end() && next->sample == firstSample + i) {
-            high = next++->high;
-            found = true;
-        }
-        std::uint8_t& lowI = payload[sampleBytes * i];
-        std::uint8_t& lowQ = payload[sampleBytes * i + second];
-        lowQ = static_cast<std::uint8_t>((lowQ & ~1) | ((lowI ^ static_cast<int>(high)) & 1));
+bool mark(const std::vector<MarkerEdge>& edges, std::uint64_t firstSample, SampleStream::Payload payload) {
+    const auto isBefore = [](const MarkerEdge& edge, std::uint64_t sample) { return edge.sample < sample; };
+    const std::uint64_t endSample = firstSample + SampleStream::samplesPerPacket;
+    const auto first = std::lower_bound(edges.begin(), edges.end(), firstSample, isBefore);
+    bool high = first != edges.begin() && std::prev(first)->high;
+    std::uint64_t from = firstSample;
+    auto next = first;
+    while (true) {
+        const bool more = next != edges.end() && next->sample < endSample;
+        const std::uint64_t to = more ? next->sample : endSample;
+        if (high)
+            turnMarkerOver(payload.subspan((from - firstSample) * sampleBytes, (to - from) * sampleBytes));
+        if (!more) return next != first;
+        high = next->high;
+        from = to;
+        ++next;
     }
-    return found;
 }
 
 }  // namespace
 
 SampleStream::SampleStream(const UnitState& state, Time start, Fill fill)
-    : start_(start), fill_(std::move(fill)) {
-    constexpr int codeBit = 8;
-    const unsigned code = state.route >> codeBit & 3;
-    decimation_ = code == 0 ? 1 : std::uint64_t{1} << (code - 1);
+    : decimation_(streamDecimation(state)),
+      start_(start),
+      clockAhead_(state.clockAhead),
+      fill_(std::move(fill)) {
     for (std::size_t channel = 0; channel < streamId_.size(); ++channel) {
         if ((state.route >> channel & 1) == 0) continue;
         channels_.push_back(channel);
@@ -69,60 +82,62 @@ void SampleStream::loseTurns(std::uint64_t count) {
     losses_ = StreamWarning::sampleLoss | StreamWarning::bufferOverflow;
 }
 
-std::vector<std::uint8_t> SampleStream::next(const std::vector<MarkerEdge>& edges) {
-    if (contextsLeft_ > 0) return contextPacket(channels_[channels_.size() - contextsLeft_--]);
+std::chrono::nanoseconds SampleStream::turnTime() const {
+    return std::chrono::nanoseconds(samplesPerPacket * decimation_ * nanosecondsPerSample);
+}
 
-    std::vector<std::uint8_t> packet = samplePacket(channels_[place_], edges);
+std::size_t SampleStream::next(const std::vector<MarkerEdge>& edges, std::span<std::uint8_t> datagram) {
+    if (contextsLeft_ > 0) return putContextPacket(channels_[channels_.size() - contextsLeft_--], datagram);
+
+    putSamplePacket(channels_[place_], edges, datagram);
     if (++place_ == channels_.size()) {
         place_ = 0;
         ++turn_;
         losses_ = 0;
         if (contextInterval_ > 0 && turn_ % contextInterval_ == 0) contextsLeft_ = channels_.size();
     }
-    return packet;
+    return dataDatagramBytes;
 }
 
-std::vector<std::uint8_t> SampleStream::samplePacket(std::size_t channel,
-                                                     const std::vector<MarkerEdge>& edges) {
+void SampleStream::putSamplePacket(std::size_t channel, const std::vector<MarkerEdge>& edges,
+                                   std::span<std::uint8_t> datagram) {
     const std::uint64_t first = turn_ * samplesPerPacket;
-    Payload payload;
+    const Payload payload = datagram.subspan<dataHeaderBytes, dataPayloadBytes>();
     std::uint32_t trailer = losses_ | fill_(channel, first, payload);
-    if (!edges.empty() && mark(edges, first, payload)) trailer |= StreamWarning::trigger;
+    if (mark(edges, first, payload)) trailer |= StreamWarning::trigger;
     const std::uint8_t count = counts_[channel]++;
-    return makeDataDatagram(
-        {streamId_[channel], static_cast<std::uint8_t>(count & 15), timeOf(first), trailer}, payload);
+    putDataFrame(datagram, {streamId_[channel], static_cast<std::uint8_t>(count & 15),
+                            timeOf(first) + clockAhead_, trailer});
 }
 
-std::vector<std::uint8_t> SampleStream::contextPacket(std::size_t channel) const {
+std::size_t SampleStream::putContextPacket(std::size_t channel, std::span<std::uint8_t> datagram) const {
     constexpr std::uint32_t packetWords = 28;
     constexpr std::uint32_t contextPacketType = 4u << 28 | 1u << 22 | 2u << 20;
-    constexpr std::size_t firstField = 20, wordBytes = 4;
-    std::vector<std::uint8_t> bytes(packetWords * wordBytes);
-    const auto sinceEpoch = timeOf(turn_ * samplesPerPacket).time_since_epoch();
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
-    const auto fraction = std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch - seconds);
-    constexpr std::uint64_t picoseconds = 1000;
-    putBig(bytes, 0, 4, contextPacketType | packetWords);
-    putBig(bytes, 4, 4, streamId_[channel]);
-    putBig(bytes, 8, 4, static_cast<std::uint64_t>(seconds.count()));
-    putBig(bytes, 12, 8, static_cast<std::uint64_t>(fraction.count()) * picoseconds);
+    constexpr std::size_t wordBytes = 4, firstField = 20;
+    const auto bytes = datagram.first(packetWords * wordBytes);
+    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+    putBig(bytes, 0, wordBytes, contextPacketType | packetWords);
+    putPacketOrigin(bytes, streamId_[channel], timeOf(turn_ * samplesPerPacket) + clockAhead_);
     for (std::size_t i = 0; i < contextFields_[channel].size(); ++i)
         putBig(bytes, firstField + wordBytes * i, wordBytes, contextFields_[channel][i]);
-    return bytes;
+    return bytes.size();
 }
 
-SampleStream::Time SampleStream::clockAt(Time now, double pace) const {
-    return start_ + std::chrono::duration_cast<Time::duration>((now - start_) * pace);
+void lowerMarker(std::span<std::uint8_t> payload) {
+    constexpr std::size_t q = 2;
+    for (std::size_t at = 0; at < payload.size(); at += sampleBytes) {
+        payload[at + q] = static_cast<std::uint8_t>((payload[at + q] & ~1) | (payload[at] & 1));
+    }
 }
 
-void SampleCounter::put(std::size_t channel, std::uint64_t firstSample, SampleStream::Payload& payload) {
-    constexpr std::size_t sampleBytes = 4;
-    constexpr int lowBits = 15, channelBit = 1, highBit = 3;
+void SampleCounter::put(std::size_t channel, std::uint64_t firstSample, SampleStream::Payload payload) {
+    constexpr int lowBits = 15, channelBit = 1, highBit = 3, q = 16;
+    constexpr std::uint64_t railMask = 0xFFFE;
     for (std::size_t i = 0; i < SampleStream::samplesPerPacket; ++i) {
         const std::uint64_t n = firstSample + i;
-        putLittle(payload, sampleBytes * i, 2, n << 1 & 0xFFFE);
-        putLittle(payload, sampleBytes * i + 2, 2,
-                  (n >> lowBits << highBit | channel << channelBit) & 0xFFFE);
+        const std::uint64_t high = (n >> lowBits << highBit | channel << channelBit) & railMask;
+        putLittle32(payload.data() + sampleBytes * i,
+                    static_cast<std::uint32_t>((n << 1 & railMask) | high << q));
     }
 }
 

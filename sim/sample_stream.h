@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <optional>
+#include <span>
 #include <vector>
 
 #include "sim/data_datagram.h"
@@ -33,26 +33,31 @@ struct StreamWarning {
 class SampleStream {
   public:
     using Time = std::chrono::system_clock::time_point;
-    using Payload = std::array<std::uint8_t, dataPayloadBytes>;
-    /// Fills in a channel's samples from one on, counted from the stream's start, at the stream's rate.
-    /// The marker, the exclusive or of the lowest bits of I and Q, is low in them.
+    static constexpr std::uint64_t samplesPerPacket = 2048;
+    using Payload = std::span<std::uint8_t, dataPayloadBytes>;
+    /// Fills in a channel's samples from one on, counted from the stream's start, at the stream's rate, the marker
+    /// low in all of them.
     /// @returns further bits for the trailer
     using Fill =
-        std::function<std::uint32_t(std::size_t channel, std::uint64_t firstSample, Payload& payload)>;
+        std::function<std::uint32_t(std::size_t channel, std::uint64_t firstSample, Payload payload)>;
 
     /// @param state  of the unit, with everything that was configured
     SampleStream(const UnitState& state, Time start, Fill fill);
 
-    /// The next datagram, sample packet or context packet.
-    std::vector<std::uint8_t> next(const std::vector<MarkerEdge>& edges);
+    /// Writes the next datagram, sample packet or context packet.
+    ///
+    /// @param datagram  room for a data datagram
+    /// @returns its length
+    std::size_t next(const std::vector<MarkerEdge>& edges, std::span<std::uint8_t> datagram);
 
-    bool hasChannels() const { return !channels_.empty(); }
+    /// The inputs that are streamed, lowest first.
+    std::span<const std::size_t> channels() const { return channels_; }
 
-    /// What a clock shows now that was right at the start of the stream and goes `pace` times as fast.
-    Time clockAt(Time now, double pace) const;
-
-    /// When the unit has taken the samples of the next datagram.
-    Time due() const { return timeOf((turn_ + 1) * samplesPerPacket); }
+    Time startTime() const { return start_; }
+    /// When the unit has taken the samples of so many turns, beginning with the present one.
+    Time due(std::uint64_t turns = 1) const { return timeOf((turn_ + turns) * samplesPerPacket); }
+    /// How long a turn takes.
+    std::chrono::nanoseconds turnTime() const;
 
     /// Leaves turns out that the unit couldn't keep, and warns of it. Whole turns only.
     void loseTurns(std::uint64_t count);
@@ -61,12 +66,11 @@ class SampleStream {
     /// Turns whose samples have been taken by now and not sent.
     std::uint64_t waiting(Time now) const;
 
-    static constexpr std::uint64_t samplesPerPacket = 2048;
-
   private:
     Time timeOf(std::uint64_t sample) const;
-    std::vector<std::uint8_t> contextPacket(std::size_t channel) const;
-    std::vector<std::uint8_t> samplePacket(std::size_t channel, const std::vector<MarkerEdge>& edges);
+    std::size_t putContextPacket(std::size_t channel, std::span<std::uint8_t> datagram) const;
+    void putSamplePacket(std::size_t channel, const std::vector<MarkerEdge>& edges,
+                         std::span<std::uint8_t> datagram);
 
     std::vector<std::size_t> channels_;
     std::uint64_t decimation_;
@@ -74,6 +78,7 @@ class SampleStream {
     std::array<std::vector<std::uint32_t>, 4> contextFields_;
     std::uint64_t contextInterval_ = 0;
     Time start_;
+    std::chrono::seconds clockAhead_;  ///< of the unit's clock
     Fill fill_;
     std::uint64_t turn_ = 0;
     std::size_t place_ = 0;         ///< in the turn, of the next sample packet
@@ -82,10 +87,13 @@ class SampleStream {
     std::uint32_t losses_ = 0;  ///< to be warned of in the next turn
 };
 
+/// Puts the marker line, the exclusive or of the lowest bits of I and Q, low in all samples.
+void lowerMarker(std::span<std::uint8_t> payload);
+
 /// A number of each sample: its position in the stream, and the channel.
 struct SampleCounter {
     /// Position modulo 2^28, the channel 0 to 3, the marker.
-    static void put(std::size_t channel, std::uint64_t firstSample, SampleStream::Payload& payload);
+    static void put(std::size_t channel, std::uint64_t firstSample, SampleStream::Payload payload);
 };
 
 }  // namespace hxr::sim

@@ -1,6 +1,7 @@
 #include "sim/sequencer.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -19,6 +20,8 @@ namespace {
 constexpr std::uint16_t flashRoute = 1 << 8;
 /// Register behind which the GPS chip listens: what is written there goes out to the chip.
 constexpr std::uint16_t gpsPort = 32;
+/// Register of the unit's clock, in seconds of UTC since 1970; the second begins with that of GPS.
+constexpr std::uint16_t clockRegister = 7;
 /// Timebase mode in which the unit steers its DAC by GPS.
 constexpr std::uint8_t gpsMode = 8;
 /// Chip that leads the generator to its output; its words have an address byte and 16 bits.
@@ -49,8 +52,16 @@ struct Sequencer::Execution {
             return;
         }
         std::uint16_t next = block.address;
-        for (const std::uint32_t value : block.values) state.registers.write(next++, value);
+        for (const std::uint32_t value : block.values) {
+            if (next == clockRegister) setClock(value);
+            state.registers.write(next++, value);
+        }
         checkDestinations(block);
+    }
+
+    void setClock(std::uint32_t seconds) {
+        const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+        state.clockAhead = std::chrono::seconds(seconds) - now.time_since_epoch();
     }
 
     void checkDestinations(const RegisterBlock& block) {
@@ -80,14 +91,17 @@ struct Sequencer::Execution {
 
     void operator()(const StreamEnable& stream) {
         state.stream = stream;
-        state.streaming = stream.start != 0;
-        if (!state.streaming) {
+        state.streaming = false;
+        if (stream.start == 0) {
             afterwards = [this] { outputs.stopStream(); };
             return;
         }
         constexpr std::uint8_t streamConfigured = 6;
-        if (!state.lastStrobe || state.lastStrobe->mask != streamConfigured)
+        if (!state.lastStrobe || state.lastStrobe->mask != streamConfigured) {
             note("stream started before its configuration was closed");
+            return;
+        }
+        state.streaming = true;
         afterwards = [this] { outputs.startStream(); };
     }
 

@@ -16,6 +16,7 @@
 #include "sim/reply_path.h"
 #include "sim/rule_book.h"
 #include "sim/sequencer.h"
+#include "sim/stream_service.h"
 #include "sim/unit_server.h"
 
 namespace hxr::sim {
@@ -57,19 +58,19 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         bool onDataSocket = false;
     };
 
-    /// A stream with what the host has asked for and not got.
-    struct RunningStream {
-        SampleStream packets;
-        std::uint64_t owed = 0;
-        Request request{};
-    };
-
     explicit Core(UnitOptions given)
         : options(checked(std::move(given))),
           recording(options.recordedPackets),
           flash(imageFor(options)),
           sequencer(rules, *this, Endpoint::of(options.address, 0).address),
           replies(faults, rules, options.paced),
+          streams({.content = options.streamContent,
+                   .loopTurns = options.streamLoopTurns,
+                   .inRealTime = options.streamsInRealTime,
+                   .pace = options.streamPace,
+                   .bufferTurns = options.streamBufferTurns,
+                   .syncLine = options.syncLine},
+                  rules, recording, replies),
           server(Endpoint::of(options.address, options.controlPort),
                  Endpoint::of(options.address, options.dataPort),
                  threadNameFor(Endpoint::of(options.address, options.controlPort)), *this) {}
@@ -90,10 +91,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     CaptureMaker captures;
     SampleTime nextSample{0};
     std::uint8_t overdriven = 0;  ///< one bit an input, since the last status
-    std::optional<RunningStream> stream;
-    std::vector<MarkerEdge> markerEdges;  ///< guarded as the options are
-    std::uint32_t streamWarnings = 0;     ///< likewise
-    UnitServer server;                    // last: its thread uses all the others
+    StreamService streams;
+    UnitServer server;  // last: its thread uses all the others
 
   private:
     void onDatagram(std::span<const std::uint8_t> datagram, const Endpoint& sender, bool onDataSocket,
@@ -120,81 +119,40 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     }
 
     std::optional<std::chrono::steady_clock::time_point> nextTime() override {
-        auto next = replies.nextDue();
-        if (stream && stream->owed > 0) {
-            const auto due = std::chrono::steady_clock::now() + (stream->packets.due() - WallClock::now());
-            next = std::min(next.value_or(due), due);
-        }
-        return next;
+        const auto reply = replies.nextDue();
+        const auto packet = streams.nextTime();
+        if (!reply || !packet) return reply ? reply : packet;
+        return std::min(*reply, *packet);
     }
     void onTime() override {
         replies.sendDue();
-        serveStream();
+        streams.serve();
     }
     void onStop() override {
         replies.reset();
-        stream.reset();
+        streams.stop();
     }
 
     void startStream() override {
-        SampleStream packets(
-            sequencer.state(), WallClock::now(),
-            [this](std::size_t channel, std::uint64_t first, SampleStream::Payload& payload) {
-                return fillStream(channel, first, payload);
-            });
-        stream.emplace(RunningStream{std::move(packets)});
-    }
-
-    void stopStream() override { stream.reset(); }
-
-    void sendStream(std::uint32_t datagrams) override {
-        if (!stream) return;
-        if (!stream->packets.hasChannels()) {
-            rules.noteBrokenRule("samples requested of a stream without channels");
-            return;
-        }
-        stream->owed += datagrams;
-        stream->request = request;
-        serveStream();
-    }
-
-    std::uint32_t fillStream(std::size_t channel, std::uint64_t first, SampleStream::Payload& payload) {
-        if (options.streamContent == StreamContent::counter) {
-            SampleCounter::put(channel, first, payload);
-        } else {
-            payload.fill(0);
-        }
-        const std::lock_guard lock(reported);
-        return streamWarnings;
-    }
-
-    /// Sends what is owed, as far as its samples have been taken.
-    void serveStream() {
-        if (!stream) return;
+        StreamReception reception{.state = sequencer.state(), .image = flash.current()};
         std::unique_lock lock(reported);
-        const std::vector<MarkerEdge> edges = markerEdges;
+        reception.scene = options.scene;
+        reception.temperature = options.health.temperatureA;
+        reception.timebaseRatio = options.oscillator.frequencyRatio(reception.state.timebaseDac);
         lock.unlock();
-        SampleStream& packets = stream->packets;
-        while (stream->owed > 0 && !server.stopping()) {
-            if (options.streamsInRealTime) {
-                const auto now = packets.clockAt(WallClock::now(), options.streamPace);
-                const std::uint64_t waiting = packets.waiting(now);
-                if (packets.betweenTurns() && waiting > options.streamBufferTurns)
-                    packets.loseTurns(waiting - options.streamBufferTurns);
-                if (packets.due() > now) return;
-            }
-            --stream->owed;
-            recording.noteReply(ReplyKind::stream, 0);
-            replies.send({ReplyKind::stream, std::nullopt, stream->request.sender, packets.next(edges)},
-                         *stream->request.socket);
-        }
+        streams.start(std::move(reception));
+    }
+    void stopStream() override { streams.stop(); }
+    void sendStream(std::uint32_t datagrams) override {
+        streams.request(datagrams, request.sender, *request.socket);
     }
 
     void sendStatus() override {
         const auto now = std::chrono::floor<std::chrono::seconds>(WallClock::now());
         std::unique_lock lock(reported);
         UnitReport report = sequencer.report(options.fix.good(), options.oscillator, now);
-        report.adcOverflow = std::exchange(overdriven, std::uint8_t{0});
+        report.adcOverflow =
+            static_cast<std::uint8_t>(std::exchange(overdriven, std::uint8_t{0}) | streams.takeOverdriven());
         const auto record = composeStatusRecord(options.identity, options.health, options.fix, report);
         lock.unlock();
         recording.noteReply(ReplyKind::status, 0);
@@ -343,14 +301,12 @@ std::shared_ptr<const Scene> SimulatedUnit::scene() const {
 }
 
 void SimulatedUnit::setMarkerEdges(std::vector<MarkerEdge> edges) {
-    const std::lock_guard lock(core_->reported);
-    core_->markerEdges = std::move(edges);
+    core_->streams.setMarkerEdges(std::move(edges));
 }
 
-void SimulatedUnit::setStreamWarnings(std::uint32_t trailer) {
-    const std::lock_guard lock(core_->reported);
-    core_->streamWarnings = trailer;
-}
+void SimulatedUnit::loseStreamTurns(std::uint64_t turns) { core_->streams.loseTurns(turns); }
+
+void SimulatedUnit::setStreamWarnings(std::uint32_t trailer) { core_->streams.setWarnings(trailer); }
 
 FaultPlan& SimulatedUnit::faults() { return core_->faults; }
 

@@ -15,17 +15,13 @@
 #include "sim/sample_stream.h"
 #include "sim/scene.h"
 #include "sim/status_record.h"
+#include "sim/stream_samples.h"
+#include "sim/sync_line.h"
 #include "sim/synthetic_image.h"
 #include "sim/tuning.h"
 #include "sim/unit_state.h"
 
 namespace hxr::sim {
-
-/// What the samples of a stream are.
-enum class StreamContent {
-    silence,
-    counter,  ///< as `SampleCounter` makes them
-};
 
 /// How a simulated unit is made.
 struct UnitOptions {
@@ -41,16 +37,22 @@ struct UnitOptions {
     /// Calibration image of exactly `imageBytes`; empty: a synthetic one for the unit's serial number.
     std::vector<std::uint8_t> image{};
 
-    /// What the unit hears in its captures; none: samples of zero.
+    /// What the unit hears in its captures and streams; none: samples of zero.
     std::shared_ptr<const Scene> scene{};
 
-    StreamContent streamContent = StreamContent::silence;
+    StreamContent streamContent = StreamContent::scene;
+    /// What a stream hears in its first so many turns repeats from then on, and costs no more: for benchmarks. 0:
+    /// every packet is worked out.
+    std::size_t streamLoopTurns = 0;
     /// Streams go by the unit's own clock: nothing is sent before its time. If not, as fast as it is asked for.
     bool streamsInRealTime = false;
     /// Seconds of that clock to one that passes: under 1 for a machine that is too slow for all units of a group.
     double streamPace = 1;
-    /// Turns that a unit in real time keeps for a host that is late.
+    /// Turns that a unit in real time keeps for a host that is late: 256 MiB of four channels.
     std::uint64_t streamBufferTurns = 8192;
+    /// The cable to the other units of a group, which have the same. Without it a unit starts its streams by
+    /// itself, at its own word, and has no LO from a group's master.
+    std::shared_ptr<SyncLine> syncLine{};
 
     /// Whether pause words really take their time. They are counted either way.
     bool honourPauses = false;
@@ -101,7 +103,7 @@ class SimulatedUnit {
     void loadImage(std::vector<std::uint8_t> image);
     std::vector<std::uint8_t> image() const;
 
-    /// Puts other signals into the air, from the next capture on; null: samples of zero.
+    /// Puts other signals into the air, from the next capture or start of a stream on; null: samples of zero.
     void setScene(std::shared_ptr<const Scene> scene);
     std::shared_ptr<const Scene> scene() const;
 
@@ -109,6 +111,8 @@ class SimulatedUnit {
     void setMarkerEdges(std::vector<MarkerEdge> edges);
     /// Bits that go out in every trailer from the next packet on.
     void setStreamWarnings(std::uint32_t trailer);
+    /// Lets a stream leave so many turns out, as if the unit's buffer had run over; it warns of it.
+    void loseStreamTurns(std::uint64_t turns);
 
     FaultPlan& faults();
     const Recording& recording() const;

@@ -1,9 +1,12 @@
 #include "sim/udp_socket.h"
 
+#include <netinet/udp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 #include <utility>
 
@@ -60,6 +63,27 @@ bool UdpSocket::send(std::span<const std::uint8_t> datagram, const Endpoint& to)
     const ssize_t sent = sendto(descriptor_, datagram.data(), datagram.size(), 0,
                                 reinterpret_cast<const sockaddr*>(&address), sizeof address);
     return sent == static_cast<ssize_t>(datagram.size());
+}
+
+bool UdpSocket::sendSegmented(std::span<const std::uint8_t> block, std::size_t datagramBytes,
+                              const Endpoint& to) {
+    sockaddr_in address = socketAddress(to);
+    iovec whole{const_cast<std::uint8_t*>(block.data()), block.size()};  // only read
+    const auto segment = static_cast<std::uint16_t>(datagramBytes);
+    alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof segment)> control{};
+    msghdr message{};
+    message.msg_name = &address;
+    message.msg_namelen = sizeof address;
+    message.msg_iov = &whole;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_UDP;
+    header->cmsg_type = UDP_SEGMENT;
+    header->cmsg_len = CMSG_LEN(sizeof segment);
+    std::memcpy(CMSG_DATA(header), &segment, sizeof segment);
+    return sendmsg(descriptor_, &message, 0) == static_cast<ssize_t>(block.size());
 }
 
 }  // namespace hxr::sim

@@ -31,6 +31,13 @@ class UdpSocket {
     std::optional<Received> receive(std::span<std::uint8_t> buffer);
     /// False if the system refused it.
     bool send(std::span<const std::uint8_t> datagram, const Endpoint& to);
+    /// Hands the system a block that it cuts into datagrams of a length, the last one perhaps shorter. False if it
+    /// refused.
+    ///
+    /// @param block  at most `largestPayload` bytes and 64 datagrams
+    bool sendSegmented(std::span<const std::uint8_t> block, std::size_t datagramBytes, const Endpoint& to);
+
+    static constexpr std::size_t largestPayload = 65'507;
 
   private:
     int descriptor_;

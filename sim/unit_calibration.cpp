@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
+#include <numbers>
 #include <utility>
 
 #include "sim/byte_order.h"
@@ -75,6 +77,15 @@ std::array<int, 2> UnitCalibration::feedThrough(std::size_t channel, std::size_t
             static_cast<std::uint16_t>((*image_)[table + at] | (*image_)[table + at + 1] << 8)));
     };
     return {offset(loftI), offset(loftQ)};
+}
+
+// The mean of two measurements, which lie on the circle side by side.
+double UnitCalibration::channelPhase(std::size_t channel, std::size_t k) const {
+    if (!measured_) return 0.0;
+    const std::size_t at = phasePairTable + 2 * sizeof(float) * (channel * gridPoints + k);
+    const auto first = static_cast<double>(number(at));
+    const auto second = static_cast<double>(number(at + sizeof(float)));
+    return first + 0.5 * std::remainder(second - first, 2.0 * std::numbers::pi);
 }
 
 ResponsePoints UnitCalibration::response(ResponseGrid grid, std::size_t channel, std::size_t k) const {

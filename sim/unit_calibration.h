@@ -37,6 +37,8 @@ class UnitCalibration {
     int gainCode(std::size_t channel, std::size_t k) const;
     /// The offsets of the two rails that cancel the LO's feed-through.
     std::array<int, 2> feedThrough(std::size_t channel, std::size_t k) const;
+    /// Phase of the channel against the others, in radians, when all run on the shared LO.
+    double channelPhase(std::size_t channel, std::size_t k) const;
     /// @param k  row, 0 to 510 of the full grid, 0 to 149 of the low one
     ResponsePoints response(ResponseGrid grid, std::size_t channel, std::size_t k) const;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -75,6 +76,9 @@ struct UnitState {
 
     bool flashReadMode = false;
     std::optional<std::uint16_t> selectedPage;
+
+    /// Of the unit's clock, since it was last set.
+    std::chrono::seconds clockAhead{0};
 
     bool streaming = false;
     StreamEnable stream{};  ///< the last enable word

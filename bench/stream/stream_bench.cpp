@@ -61,13 +61,16 @@ class Group {
         api::Environment environment;
         environment.calFolder = CalFolder(folder, folder);
         api::deviceTable().useEnvironment(environment);
+        const auto syncLine = std::make_shared<sim::SyncLine>();
         for (int i = 0; i < size; ++i) {
             const std::string address = "127.9.2." + std::to_string(2 + i);
             units_.push_back(std::make_unique<sim::SimulatedUnit>(
                 sim::UnitOptions{.address = address,
                                  .controlPort = controlPort,
                                  .identity = {.serialNumber = 555U + static_cast<std::uint32_t>(i)},
+                                 .streamLoopTurns = 64,
                                  .streamsInRealTime = realTime,
+                                 .syncLine = syncLine,
                                  .paced = false,
                                  .recordedPackets = 0}));
             units_.back()->start();

@@ -104,9 +104,10 @@ TEST_F(SequencerTest, CountsWordsThatNearlyAreOnes) {
 }
 
 TEST_F(SequencerTest, KeepsRegistersChipsAndModes) {
-    sequencer.runControlPacket(Words{0x04030300, 11, 12, 13, 0, 0, 0x41002505, 0x5104FF0F, 0x51046020,
-                                     0x51040C00, 0x92183333, 0x90002B83, 0x0B041234, 0x04020020, 21, 22, 0, 0,
-                                     0x0E010000});
+    sequencer.runControlPacket(Words{0x04030300, 11,         12,         13,         0,
+                                     0,          0x41002505, 0x5104FF0F, 0x51046020, 0x51040C00,
+                                     0x92183333, 0x90002B83, 0x0B041234, 0x04020020, 21,
+                                     22,         0,          0,          0x01000006, 0x0E010000});
     const UnitState state = sequencer.state();
     EXPECT_EQ(state.registers.read(0x302), 13u);
     EXPECT_EQ(state.registers.read(0x303), std::nullopt);

@@ -31,6 +31,7 @@ Installation::~Installation() {
 sim::SimulatedUnit& Installation::startUnit(sim::UnitOptions options) {
     const int position = static_cast<int>(units.size());
     options.address = unitAddress(position);
+    options.syncLine = syncLine;
     options.identity.serialNumber = serialNumber(position);
     if (options.image.empty()) options.image = imageFor(position);
     units.push_back(std::make_unique<sim::SimulatedUnit>(std::move(options)));

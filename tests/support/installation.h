@@ -50,6 +50,7 @@ class Installation : public testing::Test {
     std::filesystem::path machineFolder = folder.path() / "shared" / "cal_files";
     std::filesystem::path fallbackFolder = folder.path() / "local" / "cal_files";
     std::vector<std::unique_ptr<sim::SimulatedUnit>> units;
+    std::shared_ptr<sim::SyncLine> syncLine = std::make_shared<sim::SyncLine>();  ///< between all of them
     int handle = -1;
 };
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "stream/sample_ring.h"
 #include "support/installation.h"
 
 namespace hxr {
@@ -279,6 +280,32 @@ TEST_F(Stream, UnitThatFallsSilentDeliversWhatCameAndZerosBehind) {
         units[c.unit]->faults().revive();
         ASSERT_EQ(connect(), hxrNoError) << c.what;
         ASSERT_EQ(pair(1), hxrNoError) << c.what;
+    }
+}
+
+TEST_F(Stream, UnitThatLostMoreThanTheRingHoldsGoesOnBesideItsGroup) {
+    sim::UnitOptions options;
+    options.streamsInRealTime = true;
+    options.streamPace = 0.2;
+    options.streamBufferTurns = 1'000'000;
+    connectGroup(2, std::move(options));
+    initiate({0, 4});
+    ASSERT_EQ(receive(50'000).status, hxrNoError);
+    units[1]->loseStreamTurns(SampleRing::capacity / 2048 + 500);
+    HXRStatus status = hxrNoError;
+    int losses = 0;
+    while (status == hxrNoError) {
+        const Received received = receive(100'000);
+        status = received.status;
+        losses += received.loss;
+    }
+    EXPECT_EQ(status, hxrDDRBufferOverflow);
+    EXPECT_EQ(losses, 1);
+    for (int i = 0; i < 10; ++i) ASSERT_EQ(receive(100'000).status, hxrDDRBufferOverflow);
+    // Each unit's samples are its own unbroken run again.
+    for (std::size_t channel = 0; channel < 2; ++channel) {
+        const auto& own = samples[channel];
+        EXPECT_EQ((positionOf(&own[own.size() - 2]) - positionOf(own.data())) % counterLength, 99'999);
     }
 }
 
