@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <system_error>
 #include <vector>
 
 #include "cal/correction_lookup.h"
@@ -100,6 +101,23 @@ CommandList stopWords(HXRDevice& unit, IdleLo idle) {
     return list;
 }
 
+/// What was planned and never told has left the synthesizers' state out of step: their images are loaded anew.
+void forgetImages(HXRDevice& master) {
+    master.loContext.lowLoReady.fill(false);
+    for (HXRDevice* slave : master.slaves) slave->loContext.lowLoReady.fill(false);
+}
+
+/// Plans an acquisition of a group and makes its engine.
+HXRStatus tryToConfigure(HXRDevice& master, HXRStatus (*configure)(HXRDevice&)) {
+    try {
+        return configure(master);
+    } catch (const std::bad_alloc&) {
+    } catch (const std::system_error&) {  // no thread to be had
+    }
+    forgetImages(master);
+    return hxrMemoryAllocationErr;
+}
+
 }  // namespace
 
 HXRStatus initiate(HXRDevice& device) {
@@ -109,12 +127,12 @@ HXRStatus initiate(HXRDevice& device) {
     HXRStatus result = hxrNoError;
     if (device.sweepActive) {
         if (device.focusChannel == -1) return hxrInvalidConfigurationErr;
-        result = configureSweep(device);
+        result = tryToConfigure(device, configureSweep);
         if (result < 0) return result;
         device.sweepConfigured = true;
     }
     if (device.streamActive && hasStreamingChannel(device)) {
-        result = configureStream(device);
+        result = tryToConfigure(device, configureStream);
         // Units may have been started already.
         device.initiated = true;
         if (result < 0) {

@@ -1,6 +1,4 @@
-#include <new>
 #include <ranges>
-#include <system_error>
 
 #include "device/health.h"
 #include "device/hxr_device.h"
@@ -24,17 +22,11 @@ void startVrtStream(HXRDevice& master, const std::vector<StreamLists>& lists) {
 }  // namespace
 
 HXRStatus configureStream(HXRDevice& master) {
-    try {
-        std::vector<StreamLists> lists = planStream(master);
-        if (master.localStream) {
-            master.streamEngine = std::make_unique<StreamEngine>(master, std::move(lists));
-        } else {
-            startVrtStream(master, lists);
-        }
-    } catch (const std::bad_alloc&) {
-        return hxrMemoryAllocationErr;
-    } catch (const std::system_error&) {
-        return hxrMemoryAllocationErr;  // no thread to be had
+    std::vector<StreamLists> lists = planStream(master);
+    if (master.localStream) {
+        master.streamEngine = std::make_unique<StreamEngine>(master, std::move(lists));
+    } else {
+        startVrtStream(master, lists);
     }
     return hxrNoError;
 }

@@ -58,7 +58,8 @@ class StreamEngine {
 };
 
 /// Plans the stream of a group and starts it: with an engine for a local stream, without for one to VRT addresses.
-/// @return `hxrNoError`; `hxrMemoryAllocationErr`, with no engine made
+/// @return `hxrNoError`
+/// @throws std::bad_alloc, std::system_error, with no engine made
 HXRStatus configureStream(HXRDevice& master);
 
 }  // namespace hxr

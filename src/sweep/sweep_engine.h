@@ -51,7 +51,8 @@ class SweepEngine {
 };
 
 /// Plans a sweep of the focus channel of a group and makes the engine that runs it.
-/// @return `hxrNoError`; `hxrMemoryAllocationErr`, with no engine made
+/// @return `hxrNoError`
+/// @throws std::bad_alloc, std::system_error, with no engine made
 HXRStatus configureSweep(HXRDevice& master);
 
 }  // namespace hxr

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <complex>
 #include <cstdint>
 #include <memory>
-#include <numbers>
 #include <span>
 #include <vector>
 
@@ -14,6 +12,7 @@
 #include "sim/image_layout.h"
 #include "sim/scene.h"
 #include "sim/synthetic_image.h"
+#include "support/lines.h"
 #include "synthesizer_images.h"
 
 namespace hxr::test {
@@ -60,8 +59,6 @@ inline std::vector<std::uint8_t> plainImage(std::array<float, 7> fullScaleDbm) {
     return image;
 }
 
-using Samples = std::vector<std::complex<double>>;
-
 inline Samples samplesOf(std::span<const std::uint8_t> payload) {
     const auto rail = [&](std::size_t at) {
         return static_cast<std::int16_t>(static_cast<std::uint16_t>(payload[at] | payload[at + 1] << 8)) /
@@ -72,21 +69,6 @@ inline Samples samplesOf(std::span<const std::uint8_t> payload) {
     return samples;
 }
 
-/// Amplitude and phase of a line, through a window whose side lobes are below -90 dB.
-inline std::complex<double> lineAt(const Samples& samples, double hz) {
-    constexpr double turn = 2.0 * std::numbers::pi;
-    std::complex<double> sum = 0.0;
-    double weights = 0.0;
-    for (std::size_t n = 0; n < samples.size(); ++n) {
-        const double a = turn * (static_cast<double>(n) + 0.5) / static_cast<double>(samples.size());
-        const double w =
-            0.35875 - 0.48829 * std::cos(a) + 0.14128 * std::cos(2 * a) - 0.01168 * std::cos(3 * a);
-        sum += w * samples[n] * std::polar(1.0, -turn * hz / 50e6 * static_cast<double>(n));
-        weights += w;
-    }
-    return sum / weights;
-}
-
 /// What a source puts on the air around a frequency.
 inline Samples listen(const sim::Source& source, double centreHz, std::int64_t first, std::size_t count) {
     std::vector<float> i(count), q(count);
@@ -95,7 +77,5 @@ inline Samples listen(const sim::Source& source, double centreHz, std::int64_t f
     for (std::size_t n = 0; n < count; ++n) samples.emplace_back(i[n], q[n]);
     return samples;
 }
-
-inline double decibels(double amplitude) { return 20.0 * std::log10(amplitude); }
 
 }  // namespace hxr::test

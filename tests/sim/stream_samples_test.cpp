@@ -7,7 +7,6 @@
 #include <complex>
 #include <cstring>
 #include <memory>
-#include <numbers>
 #include <utility>
 #include <vector>
 
@@ -103,86 +102,6 @@ struct StreamSamplesTest : test::SequencerFixture {
     CaptureMaker captures;
     std::uint32_t trailer = 0;
 };
-
-TEST_F(StreamSamplesTest, ATonesPlaceAndLevelAreRightAtAllRates) {
-    const struct {
-        double hz;
-        bool shared;
-    } cases[] = {{2.4e9, false},  {2.4e9, true},    {98.7654321e6, false}, {98.7654321e6, true},
-                 {12.34e9, true}, {12.34e9, false}, {7.1e9, true},         {31e6, true}};
-    for (const auto& test : cases) {
-        tune(test.hz, test.shared);
-        for (const int decimation : {1, 2, 4}) {
-            for (const double place : {-0.33, 0.1, 0.37}) {
-                const double offset = place * (test.hz < 45e6 ? 25e6 : 50e6) / decimation;
-                const auto samples = listenToTone(test.hz + offset, -30, decimation);
-                for (std::size_t i = 0; i < inputs.size(); ++i) {
-                    EXPECT_NEAR(levelOf(samples[i], i, offset, decimation), -30, 0.1)
-                        << test.hz << " " << test.shared << " " << decimation << " " << offset;
-                }
-            }
-        }
-    }
-    EXPECT_EQ(breaches(), "");
-}
-
-TEST_F(StreamSamplesTest, SharedChannelsAgreeInPhaseAndFollowTheirOffset) {
-    constexpr double offset = 1.25e6;
-    const auto phase = [&](const std::array<Samples, 2>& samples) {
-        return std::arg(lineAt(samples[1], offset) / lineAt(samples[0], offset)) * 180.0 / std::numbers::pi;
-    };
-    for (const double hz : {2.4e9, 500e6, 9e9}) {
-        tune(hz, true);
-        device().channelPhaseOffset[3] = 0.0;
-        EXPECT_NEAR(phase(listenToTone(hz + offset, -30)), 0.0, 0.5) << hz;
-        device().channelPhaseOffset[3] = 2.0 * std::numbers::pi - 0.5;  // as a setting of 0.5 is stored
-        EXPECT_NEAR(phase(listenToTone(hz + offset, -30)), -0.5 * 180.0 / std::numbers::pi, 0.5) << hz;
-    }
-}
-
-TEST_F(StreamSamplesTest, ASlaveStreamsInPhaseOnItsMastersLo) {
-    RuleBook rulesOfSlave;
-    test::WrittenDown outputsOfSlave;
-    Sequencer slave{rulesOfSlave, outputsOfSlave, test::unitAddress};
-    test::ScriptedUnit slaveDriver{clock};
-    for (const test::Words& words : {test::lowImage(0x41), test::lowImage(0x44), test::highImage(0x9)})
-        slave.runControlPacket(words);
-    std::memcpy(slaveDriver.device->corrections->image.get(), image->data(), image->size());
-    updateTemperature(*slaveDriver.device->corrections, static_cast<float>(temperature));
-    device().slaves.push_back(slaveDriver.device.get());
-    device().channelCount = 8;
-    tune(2.4e9, true);
-    for (const std::size_t input : inputs)
-        device().channelEnabled[4 + input] = device().channelShared[4 + input] = true;
-    driver.answer(test::StatusDatagram());
-    slaveDriver.answer(test::StatusDatagram());
-    const auto lists = planStream(device());
-    runPlan(sequencer, lists[0].config, 1);
-    runPlan(slave, lists[1].config, 1);
-
-    Scene scene;
-    scene.with<Tone>(2.4025e9, -30.0);
-    const StreamStart start{someTime, 1.0 + 1e-7, sharedLoHz(sequencer.state())};
-    const auto ofMaster = hear(sequencer, scene, start);
-    const auto ofSlave = hear(slave, scene, start);
-    const double turned = std::arg(lineAt(ofSlave[1], 2.5e6) / lineAt(ofMaster[0], 2.5e6));
-    EXPECT_NEAR(turned, 0.0, 0.01);
-    EXPECT_NEAR(levelOf(ofSlave[0], 0, 2.5e6, 1), -30, 0.1);
-    const auto untied = hear(slave, scene, {someTime, 1.0, {}});
-    EXPECT_EQ(lineAt(untied[0], 2.5e6), 0.0) << "without the master's LO";
-    EXPECT_EQ(breaches(), "");
-}
-
-TEST_F(StreamSamplesTest, ADelayTurnsThePhaseOverFrequencyAndNotInTheMiddle) {
-    constexpr double hz = 2.4e9, delay = 10e-9, stretch = 32.0 / 31.0;
-    tune(hz, true);
-    device().channelDelay[3] = delay;
-    for (const double offset : {-10e6, 0.0, 10e6}) {
-        const auto samples = listenToTone(hz + offset, -30);
-        const double turned = std::arg(lineAt(samples[1], offset) / lineAt(samples[0], offset));
-        EXPECT_NEAR(turned, 2.0 * std::numbers::pi * offset * delay * stretch, 0.01) << offset;
-    }
-}
 
 TEST_F(StreamSamplesTest, TheLoadedFilterCutsLinesAndNoiseAlike) {
     constexpr double hz = 2.4e9;

@@ -85,6 +85,23 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     failEveryAllocation([&] { return hxrAbort(opened); },
                         [&](long granted) { EXPECT_TRUE(isIdle(false)) << granted; });
 
+    // A stream of both units, with the host's filter: whatever fails, no unit is left streaming.
+    enabled[0] = enabled[6] = 1;
+    ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), -1), hxrNoError);
+    ASSERT_EQ(hxrSetStreamSampleRate(opened, 8), hxrNoError);
+    failEveryAllocation([&] { return hxrInitiate(opened); },
+                        [&](long granted) {
+                            EXPECT_TRUE(isIdle(true)) << granted;
+                            EXPECT_EQ(device(opened).streamEngine, nullptr) << granted;
+                            for (const auto& unit : units) {
+                                datagramsAt(*unit);
+                                EXPECT_FALSE(unit->state().streaming) << granted;
+                            }
+                        });
+    ASSERT_EQ(hxrAbort(opened), hxrNoError);
+    enabled[0] = enabled[6] = 0;
+    ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), 5), hxrNoError);
+
     ASSERT_EQ(hxrInitiate(opened), hxrNoError);
     failEveryAllocation(
         [&] { return hxrSweepStart(opened); },
