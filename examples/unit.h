@@ -14,11 +14,13 @@ inline int fail(const char* what, HXRStatus status) {
 class Unit {
   public:
     /// Takes HOST_ADDRESS UNIT_ADDRESS PORT; ends the program with an explanation where that doesn't work.
-    Unit(int argc, char** argv) {
+    /// @param further  name of one more argument, if there is to be one
+    Unit(int argc, char** argv, const char* further = "") {
+        const int count = *further == 0 ? 4 : 5;
         char* end = nullptr;
-        const long port = argc == 4 ? std::strtol(argv[3], &end, 10) : 0;
+        const long port = argc == count ? std::strtol(argv[3], &end, 10) : 0;
         if (port < 1 || port > 65535 || *end != 0) {
-            std::fprintf(stderr, "usage: %s HOST_ADDRESS UNIT_ADDRESS PORT\n", argv[0]);
+            std::fprintf(stderr, "usage: %s HOST_ADDRESS UNIT_ADDRESS PORT %s\n", argv[0], further);
             std::exit(2);
         }
         status = hxrConnectDevice(&handle, argv[1], argv[2], static_cast<std::uint16_t>(port));
