@@ -570,15 +570,19 @@ HXR_API HXRStatus hxrSetSweepWindow(int handle, unsigned window);
 /* ------------------------------------------------------------------------------------------------------------------
  * Generator settings
  *
- * The generator plays a pattern at the shared frequency of the master unit. Its settings count from the next
- * hxrInitiate on. They have no getters; a bad handle is hxrInvalidDeviceErr everywhere.
+ * The generator of the master unit plays a pattern over and over, at its shared frequency, from hxrInitiate to hxrAbort.
+ * Its settings count from the next hxrInitiate on, which also corrects the pattern for what the unit's modulator does
+ * wrong at that frequency. Below 45 MHz there is no synthesizer to follow: the generator stays around 1 GHz. The settings
+ * have no getters; a bad handle is hxrInvalidDeviceErr everywhere.
  * --------------------------------------------------------------------------------------------------------------- */
 
-/** Lets the next hxrInitiate start the generator: 0 no, the default; anything else yes. hxrAbort stops it. */
+/** Lets the next hxrInitiate start the generator: 0 no, the default; anything else yes. hxrAbort stops it, this doesn't. */
 HXR_API HXRStatus hxrSetVSGEnabled(int handle, int on);
 
 /**
- * Sets the output level, -80 to 10 dBm. Until a level is set, the unit's attenuator and half amplitude give it.
+ * Sets the output level of a pattern of full amplitude, -80 to 10 dBm. Levels above what the unit reaches, as its
+ * calibration tells, drive the modulator further than it was measured, up to twice in amplitude; beyond that they clip.
+ * Until a level is set, the unit's attenuator and half amplitude give it.
  *
  * @return hxrInvalidParameterErr for a NaN; hxrSettingClamped; hxrInvalidConfigurationErr for a level in range on a
  *         unit without generator calibration, with the level set all the same
@@ -586,8 +590,8 @@ HXR_API HXRStatus hxrSetVSGEnabled(int handle, int on);
 HXR_API HXRStatus hxrSetVSGLevel(int handle, double dBm);
 
 /**
- * Sets the pattern, which is played over and over at 125 MS/s around the shared frequency; full scale is 1.0. A plain
- * carrier at first.
+ * Sets the pattern, played at 125 MS/s; full scale is 1.0. A plain carrier at first. What turns forward in it, above 0 Hz,
+ * comes out below the shared frequency.
  *
  * @param samples  `count` complex samples, I then Q; copied
  * @param count    16 to 4096, a multiple of 16
@@ -786,6 +790,29 @@ HXR_API HXRStatus hxrAdminSetPreselectorFilter(int band);
 
 /** Lets the frequency decide on the preselector band again, as at load. */
 HXR_API HXRStatus hxrAdminSetAutoPreselectorFilter(void);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: service of the generator
+ *
+ * They count from the next hxrInitiate on.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Sets the pattern as it stands: what is at 3/16 of the sample rate, 23.4375 MHz, comes out at the shared frequency, and
+ * what turns faster below it.
+ *
+ * @param samples  `count` complex samples, I then Q; copied
+ * @param count    any; the first 4096 are played, and of none nothing
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidParameterErr for a count below 0
+ */
+HXR_API HXRStatus hxrAdminSetVSGPatternDirect(int handle, const float* samples, int count);
+
+/**
+ * Sets the step of the generator's attenuator. Once hxrSetVSGLevel has set a level it counts no more.
+ * @param step  0 to 7, the most attenuation; 2 at first
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrAdminSetVSGAtten(int handle, int step);
 
 /* ------------------------------------------------------------------------------------------------------------------
  * C++ entries: calibration images

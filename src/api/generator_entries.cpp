@@ -23,3 +23,14 @@ HXRStatus hxrSetVSGPattern(int handle, const void* samples, int count, unsigned 
         return hxr::setVSGPattern(device, samples, count, type);
     });
 }
+
+HXRStatus hxrAdminSetVSGPatternDirect(int handle, const float* samples, int count) {
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        if (samples == nullptr) return hxrNullPointerErr;
+        return hxr::setVSGPatternDirect(device, samples, count);
+    });
+}
+
+HXRStatus hxrAdminSetVSGAtten(int handle, int step) {
+    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setVSGAtten(device, step); });
+}

@@ -59,4 +59,16 @@ HXRStatus setVSGPattern(GeneratorSettings& settings, const void* samples, int co
     return hxrNoError;
 }
 
+HXRStatus setVSGPatternDirect(GeneratorSettings& settings, const float* samples, int count) {
+    if (count < 0) return hxrInvalidParameterErr;
+    settings.vsgPattern = readSamples<float>(samples, static_cast<std::size_t>(count), 1.0F);
+    return hxrNoError;
+}
+
+HXRStatus setVSGAtten(GeneratorSettings& settings, int step) {
+    if (!generatorStepLimits.contain(step)) return hxrInvalidParameterErr;
+    settings.vsgAtten = generatorCodesPerStep * static_cast<std::uint32_t>(step);
+    return hxrNoError;
+}
+
 }  // namespace hxr

@@ -19,4 +19,16 @@ HXRStatus setVSGLevel(HXRDevice& device, double dBm);
 /// @throws std::bad_alloc, with nothing changed
 HXRStatus setVSGPattern(GeneratorSettings& settings, const void* samples, int count, unsigned type);
 
+/// Stores samples to play as they are, wherever they lie in frequency. A pattern of none plays nothing, and of one that is
+/// longer than the generator's memory the first 4096 count.
+///
+/// @param samples  `count` I/Q pairs
+/// @return `hxrInvalidParameterErr` for a count below 0
+/// @throws std::bad_alloc, with nothing changed
+HXRStatus setVSGPatternDirect(GeneratorSettings& settings, const float* samples, int count);
+
+/// Stores the attenuator's step, which counts until a level is set.
+/// @return `hxrInvalidParameterErr` outside 0 to 7
+HXRStatus setVSGAtten(GeneratorSettings& settings, int step);
+
 }  // namespace hxr

@@ -15,6 +15,7 @@
 #include "rf/rest_words.h"
 #include "stream/stream_engine.h"
 #include "sweep/sweep_engine.h"
+#include "vsg/generator_engine.h"
 
 namespace hxr {
 namespace {
@@ -107,7 +108,7 @@ void forgetImages(HXRDevice& master) {
     for (HXRDevice* slave : master.slaves) slave->loContext.lowLoReady.fill(false);
 }
 
-/// Plans an acquisition of a group and makes its engine.
+/// Plans something of a group and starts it or makes its engine.
 HXRStatus tryToConfigure(HXRDevice& master, HXRStatus (*configure)(HXRDevice&)) {
     try {
         return configure(master);
@@ -118,6 +119,12 @@ HXRStatus tryToConfigure(HXRDevice& master, HXRStatus (*configure)(HXRDevice&)) 
     return hxrMemoryAllocationErr;
 }
 
+/// Nothing goes on behind an initiate that failed.
+void abortWhatRuns(HXRDevice& master) {
+    master.initiated = true;
+    abortForGood(master);
+}
+
 }  // namespace
 
 HXRStatus initiate(HXRDevice& device) {
@@ -125,18 +132,23 @@ HXRStatus initiate(HXRDevice& device) {
     prepareUnits(device);
 
     HXRStatus result = hxrNoError;
-    if (device.sweepActive) {
-        if (device.focusChannel == -1) return hxrInvalidConfigurationErr;
-        result = tryToConfigure(device, configureSweep);
+    if (device.vsgEnabled) {
+        result = tryToConfigure(device, configureGenerator);
         if (result < 0) return result;
+    }
+    if (device.sweepActive) {
+        result =
+            device.focusChannel == -1 ? hxrInvalidConfigurationErr : tryToConfigure(device, configureSweep);
+        if (result < 0) {
+            if (device.vsgConfigured) abortWhatRuns(device);
+            return result;
+        }
         device.sweepConfigured = true;
     }
     if (device.streamActive && hasStreamingChannel(device)) {
         result = tryToConfigure(device, configureStream);
-        // Units may have been started already.
-        device.initiated = true;
         if (result < 0) {
-            abortForGood(device);
+            abortWhatRuns(device);  // units may have been started already
             return result;
         }
         device.streamConfigured = true;

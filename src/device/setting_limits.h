@@ -32,6 +32,7 @@ inline constexpr int mostHardwareDecimation = 4;        ///< the host does the r
 inline constexpr Limits<int> contextIntervalLimits{3, 4095};
 inline constexpr Limits<int> patternLimits{16, 4096};  ///< samples, in whole blocks
 inline constexpr int patternBlock = 16;
+inline constexpr Limits<int> generatorStepLimits{0, 7};  ///< of its attenuator
 
 /// What a selector may be, at most.
 inline constexpr unsigned highestSwitch = 1;  ///< data type, full scale, edge, mode, endianness

@@ -57,11 +57,17 @@ inline std::vector<std::complex<float>> defaultGeneratorPattern() {
     return {block.begin(), block.end()};
 }
 
+/// Output level that means that none is set.
+inline constexpr float noOutputLevel = 1000.0F;
+
+/// The generator's attenuator takes its step as a code.
+inline constexpr std::uint32_t generatorCodesPerStep = 4;
+
 struct GeneratorSettings {
     bool vsgEnabled = false;
-    float vsgOutputLevel = 1000.0F;  ///< dBm; 1000.0 means not set
-    std::uint32_t vsgAtten = 8;      ///< four times the attenuator step 0 to 7
-    float vsgScale = 0.5F;           ///< amplitude scale, written by the generator plan
+    float vsgOutputLevel = noOutputLevel;  ///< dBm
+    std::uint32_t vsgAtten = 8;            ///< four times the attenuator step 0 to 7
+    float vsgScale = 0.5F;                 ///< amplitude scale, written by the generator plan
     std::vector<std::complex<float>> vsgPattern = defaultGeneratorPattern();
 };
 

@@ -110,6 +110,9 @@ constexpr Word streamRequest(std::uint16_t datagrams) { return 0x43660000 | data
 
 constexpr Word selectFlashPage(std::uint16_t page) { return 0x1E000000 | page; }
 
+/// Tells the generator the last address of its pattern memory that it is to play.
+constexpr Word patternLength(std::uint16_t lastAddress) { return 0x20000000 | lastAddress; }
+
 constexpr Word flashReadMode(bool on) { return 0x1F000000 | (on ? 1U : 0U); }
 
 // Peripheral words write a register of a chip in the unit.
