@@ -73,7 +73,9 @@ TEST(Handles, AreCheckedBeforePointers) {
         [](int handle) { return hxrAdminGetCoarseTuneVal(handle, nullptr); },
         [](int handle) { return hxrAdminSetCoarseTuneVal(handle, 0); },
         [](int handle) { return hxrAdminInitFullBandLOs(handle, true, true); },
-        [](int handle) { return hxrAdminReInitChans(handle); }};
+        [](int handle) { return hxrAdminReInitChans(handle); },
+        [](int handle) { return hxrAdminSetVSGPatternDirect(handle, nullptr, -1); },
+        [](int handle) { return hxrAdminSetVSGAtten(handle, 8); }};
     for (const int handle : {-1, 0, 3, 4, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
         for (const auto& entry : entries) EXPECT_EQ(entry(handle), hxrInvalidDeviceErr) << handle;
     }

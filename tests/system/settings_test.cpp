@@ -45,18 +45,18 @@ using Settings = std::map<std::string, Shown>;
 
 /// All settings of a unit, by name.
 Settings settingsOf(const HXRDevice& d) {
-    Settings all{FIELD(channelCount),    FIELD(focusChannel),      FIELD(sharedFreq),
-                 FIELD(vsgEnabled),      FIELD(vsgOutputLevel),    FIELD(streamActive),
-                 FIELD(streamDataType),  FIELD(streamFullScale),   FIELD(streamRefLevel),
-                 FIELD(streamAtten),     FIELD(decimation),        FIELD(hardwareDecimation),
-                 FIELD(hostDecimation),  FIELD(streamBandwidth),   FIELD(hardwareBandwidth),
-                 FIELD(outputBandwidth), FIELD(streamTriggerEdge), FIELD(sweepActive),
-                 FIELD(sweepRefLevel),   FIELD(sweepAtten),        FIELD(sweepCenter),
-                 FIELD(sweepSpan),       FIELD(sweepRBW),          FIELD(sweepVBW),
-                 FIELD(sweepTime),       FIELD(sweepDetector),     FIELD(sweepVideoUnits),
-                 FIELD(sweepScale),      FIELD(sweepWindow),       FIELD(localStream),
-                 FIELD(streamPort),      FIELD(vrtContextEnabled), FIELD(vrtContextInterval),
-                 FIELD(vrtEndianness)};
+    Settings all{FIELD(channelCount),       FIELD(focusChannel),    FIELD(sharedFreq),
+                 FIELD(vsgEnabled),         FIELD(vsgOutputLevel),  FIELD(vsgAtten),
+                 FIELD(streamActive),       FIELD(streamDataType),  FIELD(streamFullScale),
+                 FIELD(streamRefLevel),     FIELD(streamAtten),     FIELD(decimation),
+                 FIELD(hardwareDecimation), FIELD(hostDecimation),  FIELD(streamBandwidth),
+                 FIELD(hardwareBandwidth),  FIELD(outputBandwidth), FIELD(streamTriggerEdge),
+                 FIELD(sweepActive),        FIELD(sweepRefLevel),   FIELD(sweepAtten),
+                 FIELD(sweepCenter),        FIELD(sweepSpan),       FIELD(sweepRBW),
+                 FIELD(sweepVBW),           FIELD(sweepTime),       FIELD(sweepDetector),
+                 FIELD(sweepVideoUnits),    FIELD(sweepScale),      FIELD(sweepWindow),
+                 FIELD(localStream),        FIELD(streamPort),      FIELD(vrtContextEnabled),
+                 FIELD(vrtContextInterval), FIELD(vrtEndianness)};
     all.emplace("vsgPattern", static_cast<double>(d.vsgPattern.size()));
     for (std::size_t c = 0; c < mostChannels; ++c) {
         const auto add = [&](const char* name, const Shown& value) {
@@ -406,13 +406,25 @@ TEST_F(SettingsOfAGroup, DescribeTheGenerator) {
          {CALL(hxrSetVSGLevel(h, notANumber)), hxrInvalidParameterErr}});
 
     const std::vector<std::complex<float>> floats(4112, {1.0F, 0.0F});
+    const auto* const rails = reinterpret_cast<const float*>(floats.data());
     run({{CALL(hxrSetVSGPattern(h, nullptr, 16, 1)), hxrNullPointerErr},
          {CALL(hxrSetVSGPattern(h, floats.data(), 8, 1)), hxrInvalidParameterErr},
          {CALL(hxrSetVSGPattern(h, floats.data(), 0, 1)), hxrInvalidParameterErr},
          {CALL(hxrSetVSGPattern(h, floats.data(), -16, 1)), hxrInvalidParameterErr},
          {CALL(hxrSetVSGPattern(h, floats.data(), 4112, 1)), hxrInvalidParameterErr},
          {CALL(hxrSetVSGPattern(h, floats.data(), 16, 2)), hxrInvalidParameterErr},
-         {CALL(hxrSetVSGPattern(h, floats.data(), 4096, 1)), hxrNoError, {{"vsgPattern", 4096.0}}}});
+         {CALL(hxrSetVSGPattern(h, floats.data(), 4096, 1)), hxrNoError, {{"vsgPattern", 4096.0}}},
+         // Service looks at neither length nor frequency.
+         {CALL(hxrAdminSetVSGPatternDirect(h, nullptr, 16)), hxrNullPointerErr},
+         {CALL(hxrAdminSetVSGPatternDirect(h, rails, -1)), hxrInvalidParameterErr},
+         {CALL(hxrAdminSetVSGPatternDirect(h, rails, 4112)), hxrNoError, {{"vsgPattern", 4112.0}}},
+         {CALL(hxrAdminSetVSGPatternDirect(h, rails, 3)), hxrNoError, {{"vsgPattern", 3.0}}},
+         {CALL(hxrAdminSetVSGAtten(h, 7)), hxrNoError, {{"vsgAtten", 28.0}}},
+         {CALL(hxrAdminSetVSGAtten(h, 8)), hxrInvalidParameterErr},
+         {CALL(hxrAdminSetVSGAtten(h, -1)), hxrInvalidParameterErr},
+         {CALL(hxrAdminSetVSGAtten(h, 0)), hxrNoError, {{"vsgAtten", 0.0}}}});
+    EXPECT_EQ(device(handle).vsgPattern, (std::vector<std::complex<float>>(3, {1.0F, 0.0F})));
+    run({{CALL(hxrAdminSetVSGPatternDirect(h, rails, 0)), hxrNoError, {{"vsgPattern", 0.0}}}});
 }
 
 TEST_F(SettingsOfAGroup, MoveAPatternUp) {
