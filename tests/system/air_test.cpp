@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <numeric>
 #include <random>
@@ -14,59 +12,17 @@
 #include <vector>
 
 #include "sim/sources.h"
-#include "support/installation.h"
+#include "support/swept_air.h"
 
 namespace hxr {
 namespace {
 
 using sim::Scene;
-using sim::Tone;
 using sim::WhiteNoise;
-using test::Installation;
-
-struct Line {
-    double hz;
-    double dbm;
-};
-
-struct Trace {
-    std::vector<float> levels;
-    double startHz;
-    double binHz;
-    double rbwHz;
-
-    double frequency(std::size_t bin) const { return startHz + static_cast<double>(bin) * binHz; }
-    std::size_t binAt(double hz) const {
-        const double bin = std::round((hz - startHz) / binHz);
-        return static_cast<std::size_t>(std::clamp(bin, 0.0, static_cast<double>(levels.size() - 1)));
-    }
-    std::span<const float> between(double fromHz, double toHz) const {
-        return std::span(levels).subspan(binAt(fromHz), binAt(toHz) - binAt(fromHz) + 1);
-    }
-    float highest(double fromHz, double toHz) const { return std::ranges::max(between(fromHz, toHz)); }
-
-    /// The strongest line within some bins of a frequency: its level, and the middle of its top 3 dB.
-    Line lineNear(double hz, double bins) const {
-        const std::size_t from = binAt(hz - bins * binHz);
-        const auto near = between(hz - bins * binHz, hz + bins * binHz);
-        const auto peak = from + static_cast<std::size_t>(std::ranges::max_element(near) - near.begin());
-        constexpr float top = 3;
-        std::size_t first = peak, last = peak;
-        while (first > 0 && levels[first - 1] > levels[peak] - top) --first;
-        while (last + 1 < levels.size() && levels[last + 1] > levels[peak] - top) ++last;
-        return {(frequency(first) + frequency(last)) / 2, levels[peak]};
-    }
-};
-
-struct SweepSettings {
-    double startHz, stopHz;
-    double rbwHz = 100e3;
-    double vbwHz = 100e3;
-    unsigned window = 0;
-    unsigned detector = 0, videoUnits = 0;
-    int channel = 0;
-    int attenuator = 0;
-};
+using test::Line;
+using test::SweepSettings;
+using test::Trace;
+using Air = test::SweptAir;
 
 constexpr double lowestHz = 100e3, highestHz = 20e9;
 
@@ -80,55 +36,6 @@ std::vector<double> cuts() {
     while (edge + 50 * unit < highestHz) edges.push_back(edge += 50 * unit);
     return edges;
 }
-
-class Air : public Installation {
-  protected:
-    /// Connects to a unit that is as warm as told.
-    sim::SimulatedUnit& unitAt(double temperature, sim::UnitOptions options = {}) {
-        options.health.temperatureA = temperature;
-        sim::SimulatedUnit& unit = startUnit(std::move(options));
-        EXPECT_EQ(connect(static_cast<int>(units.size()) - 1), hxrNoError);
-        return unit;
-    }
-
-    void hear(const std::vector<Line>& lines) {
-        auto scene = std::make_shared<Scene>();
-        for (const Line& line : lines) scene->with<Tone>(line.hz, line.dbm);
-        units.back()->setScene(scene);
-    }
-
-    void initiate(const SweepSettings& settings) {
-        hxrAbort(handle);
-        // The temperature that a sweep is held against is the last that was known ahead of it.
-        clock.advance(std::chrono::seconds(2));
-        ASSERT_EQ(hxrGetDeviceDiagnostics(handle, nullptr, nullptr, nullptr), hxrNoError);
-        std::array<int, 16> enabled{};
-        enabled[static_cast<std::size_t>(settings.channel)] = 1;
-        ASSERT_EQ(hxrSetChannelConfig(handle, enabled.data(), settings.channel), hxrNoError);
-        ASSERT_EQ(hxrSetSweepAtten(handle, settings.attenuator), hxrNoError);
-        ASSERT_GE(hxrSetSweepCoupling(handle, settings.rbwHz, settings.vbwHz, 1e-6), hxrNoError);
-        ASSERT_EQ(hxrSetSweepStartStop(handle, settings.startHz, settings.stopHz), hxrNoError);
-        ASSERT_EQ(hxrSetSweepWindow(handle, settings.window), hxrNoError);
-        ASSERT_EQ(hxrSetSweepDetector(handle, settings.detector, settings.videoUnits), hxrNoError);
-        ASSERT_EQ(hxrInitiate(handle), hxrNoError);
-    }
-
-    /// Takes a sweep of an initiated unit.
-    Trace take(HXRStatus expected = hxrNoError) {
-        Trace trace{};
-        int points = 0;
-        EXPECT_EQ(hxrSweepGetParameters(handle, &trace.rbwHz, nullptr, &trace.startHz, &trace.binHz, &points),
-                  hxrNoError);
-        trace.levels.resize(static_cast<std::size_t>(points));
-        EXPECT_EQ(hxrGetSweep(handle, trace.levels.data()), expected);
-        return trace;
-    }
-
-    Trace sweep(const SweepSettings& settings) {
-        initiate(settings);
-        return take();
-    }
-};
 
 /// A line of random level in each of so many equal parts of a range, apart from the parts' ends.
 std::vector<Line> scattered(double fromHz, double toHz, int count, std::uint32_t seed) {
