@@ -119,6 +119,7 @@ GeneratorPath generatorPath(const UnitState& state) {
     GeneratorPath path;
     path.attenuatorStep = expander[4] & 7;
     path.outputWord = state.generatorOutput;
+    path.upperFilter = bit(expander[7], 6);
     constexpr unsigned lowBranch = 0, highBranch = 1, bottomBranch = 6;
     if (branch != lowBranch && branch != highBranch && branch != bottomBranch) return path;
     path.range = branch == bottomBranch ? GeneratorPath::Range::belowOneGHz

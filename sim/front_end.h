@@ -46,6 +46,9 @@ struct GeneratorPath {
     Range range = Range::low;
     int attenuatorStep = 0;
     std::uint16_t outputWord = 0;  ///< what the output chip holds
+    bool upperFilter = false;
+
+    bool operator==(const GeneratorPath&) const = default;
 };
 
 FrontEnd frontEnd(const UnitState& state, std::size_t channel);

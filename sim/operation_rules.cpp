@@ -22,6 +22,16 @@ bool oneOf(const Range& range, Value value) {
     return std::find(std::begin(range), std::end(range), value) != std::end(range);
 }
 
+/// Whether both rails of a generator sample are numbers of 14 bits.
+bool fitsConverters(std::uint32_t sample) {
+    constexpr int most = 8192;
+    const auto fits = [](std::uint32_t half) {
+        const auto value = static_cast<std::int16_t>(static_cast<std::uint16_t>(half));
+        return value >= -most && value < most;
+    };
+    return fits(sample) && fits(sample >> 16);
+}
+
 struct FieldRules {
     Breach operator()(const SyncStrobe& strobe) const {
         constexpr std::array<std::uint16_t, 4> masks = {4, 6, 8, 15};
@@ -35,6 +45,10 @@ struct FieldRules {
         if (block.values.size() < block.announced) return "register block cut off by the packet's end";
         const std::size_t end = std::size_t{block.address} + block.announced;
         if (end > RegisterFile::size) return "register block beyond the last register";
+        for (std::size_t i = 0; i < block.values.size(); ++i) {
+            if (PatternMemory::holds(block.address + i) && !fitsConverters(block.values[i]))
+                return "generator sample of more than 14 bits";
+        }
         return {};
     }
 
@@ -105,8 +119,7 @@ struct FieldRules {
     }
 
     Breach operator()(const PatternLength& length) const {
-        constexpr std::uint16_t lastAddress = 4095;
-        if (length.lastAddress > lastAddress) return "pattern beyond the generator's memory";
+        if (length.lastAddress >= PatternMemory::size) return "pattern beyond the generator's memory";
         return {};
     }
 

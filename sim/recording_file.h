@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "sim/scene.h"
+#include "sim/recorded_samples.h"
 
 namespace hxr::sim {
 
@@ -25,25 +25,24 @@ struct RecordingFacts {
 };
 
 /// The samples of a recording. It stays on the disk, and parts of it are read when they are heard:
-/// at the capture's rate, an hour wouldn't fit into any memory. May be read from any number of threads.
-class RecordingFile {
+/// at the capture's rate, an hour wouldn't fit into any memory.
+class RecordingFile final : public RecordedSamples {
   public:
     /// @throws std::runtime_error that names the file, if it can't be read, is empty or ends within a sample, or
     ///         has an absurd rate
     explicit RecordingFile(const RecordingFacts& facts);
-    ~RecordingFile();
+    ~RecordingFile() override;
     RecordingFile(RecordingFile&& other) noexcept;
     RecordingFile(const RecordingFile&) = delete;
     RecordingFile& operator=(const RecordingFile&) = delete;
     RecordingFile& operator=(RecordingFile&&) = delete;
 
-    /// Length in samples, below 2^32.
-    std::uint64_t size() const { return size_; }
-    double rateHz() const { return rateHz_; }
+    std::uint64_t size() const override { return size_; }
+    double rateHz() const override { return rateHz_; }
 
-    /// Reads the samples from `first` on. What can't be read, for instance because the file has become
-    /// shorter, is silence; so is what is not a finite number.
-    void read(std::uint64_t first, Baseband out) const;
+    /// What can't be read, for instance because the file has become shorter, is silence; so is what is not a
+    /// finite number.
+    void read(std::uint64_t first, Baseband out) const override;
 
   private:
     int descriptor_;

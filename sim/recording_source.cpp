@@ -11,18 +11,22 @@
 
 namespace hxr::sim {
 
-RecordingSource::RecordingSource(RecordingFile file, double hz, double dbm,
+RecordingSource::RecordingSource(std::unique_ptr<const RecordedSamples> recording, double hz, double dbm,
                                  std::optional<std::int64_t> onceFrom)
-    : file_(std::move(file)),
-      resampler_(file_.rateHz()),
+    : recording_(std::move(recording)),
+      resampler_(recording_->rateHz()),
       hz_(hz),
       perSample_(turnsPerSample(hz)),
       amplitude_(amplitudeOf(dbm)),
       onceFrom_(onceFrom) {}
 
+RecordingSource::RecordingSource(RecordingFile file, double hz, double dbm,
+                                 std::optional<std::int64_t> onceFrom)
+    : RecordingSource(std::make_unique<const RecordingFile>(std::move(file)), hz, dbm, onceFrom) {}
+
 bool RecordingSource::wide() const {
     constexpr double narrowHz = 200e3;
-    return file_.rateHz() > narrowHz;
+    return recording_->rateHz() > narrowHz;
 }
 
 void RecordingSource::addTo(Baseband samples, const Stretch& stretch, std::complex<double> gain) const {
@@ -48,7 +52,7 @@ void RecordingSource::addTo(Baseband samples, const Stretch& stretch, std::compl
     const Turns back = turnsPerSample(middleHz);
     if (middleHz != 0.0) {
         const double ahead = static_cast<double>(resampler_.tapsAhead()) + place.fraction;
-        const double perSample = middleHz / file_.rateHz();
+        const double perSample = middleHz / recording_->rateHz();
         rotate(in, {turns(perSample * ahead), turns(-perSample)});
     }
     std::vector<float> bandI(count), bandQ(count);
@@ -62,8 +66,8 @@ void RecordingSource::addTo(Baseband samples, const Stretch& stretch, std::compl
 
 RecordingSource::Place RecordingSource::placeAt(std::int64_t captureSample) const {
     if (!onceFrom_) {
-        const Turns perSample = turns(resampler_.step() / static_cast<double>(file_.size()));
-        const LoopPlace place = loopPlaceAt(phaseAt(perSample, captureSample), file_.size());
+        const Turns perSample = turns(resampler_.step() / static_cast<double>(recording_->size()));
+        const LoopPlace place = loopPlaceAt(phaseAt(perSample, captureSample), recording_->size());
         return {static_cast<std::int64_t>(place.whole), place.fraction};
     }
     const double place = static_cast<double>(captureSample - *onceFrom_) * resampler_.step();
@@ -72,26 +76,26 @@ RecordingSource::Place RecordingSource::placeAt(std::int64_t captureSample) cons
 }
 
 bool RecordingSource::plays(std::int64_t first, std::size_t count) const {
-    return !onceFrom_ ||
-           (first < static_cast<std::int64_t>(file_.size()) && first + static_cast<std::int64_t>(count) > 0);
+    return !onceFrom_ || (first < static_cast<std::int64_t>(recording_->size()) &&
+                          first + static_cast<std::int64_t>(count) > 0);
 }
 
 /// Reads samples that may lie beyond either end of the recording.
 void RecordingSource::gather(std::int64_t first, Baseband out) const {
-    const auto length = static_cast<std::int64_t>(file_.size());
+    const auto length = static_cast<std::int64_t>(recording_->size());
     if (onceFrom_) {
         const std::int64_t from = std::max<std::int64_t>(first, 0);
         const std::int64_t to = std::min(first + static_cast<std::int64_t>(out.size()), length);
-        file_.read(static_cast<std::uint64_t>(from),
-                   out.part(static_cast<std::size_t>(from - first), static_cast<std::size_t>(to - from)));
+        recording_->read(static_cast<std::uint64_t>(from), out.part(static_cast<std::size_t>(from - first),
+                                                                    static_cast<std::size_t>(to - from)));
         return;
     }
     // Once through the recording at most, in up to two pieces; then it is the same again.
     const std::int64_t begin = (first % length + length) % length;
     const auto period = std::min(out.size(), static_cast<std::size_t>(length));
     const auto toEnd = std::min(period, static_cast<std::size_t>(length - begin));
-    file_.read(static_cast<std::uint64_t>(begin), out.part(0, toEnd));
-    file_.read(0, out.part(toEnd, period - toEnd));
+    recording_->read(static_cast<std::uint64_t>(begin), out.part(0, toEnd));
+    recording_->read(0, out.part(toEnd, period - toEnd));
     for (std::size_t n = period; n < out.size(); ++n) {
         out.i[n] = out.i[n - period];
         out.q[n] = out.q[n - period];

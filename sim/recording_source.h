@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "sim/phase.h"
@@ -21,10 +22,12 @@ class RecordingSource : public Source {
     /// @param dbm       level of its full scale, an amplitude of 1.0
     /// @param onceFrom  the sample, counted from 1970, with which it begins to play once. Otherwise it repeats
     ///                  without a gap, as it has done since 1970.
+    RecordingSource(std::unique_ptr<const RecordedSamples> recording, double hz, double dbm,
+                    std::optional<std::int64_t> onceFrom = {});
     RecordingSource(RecordingFile file, double hz, double dbm, std::optional<std::int64_t> onceFrom = {});
 
     double centreHz() const override { return hz_; }
-    double reachHz() const override { return 0.5 * file_.rateHz(); }
+    double reachHz() const override { return 0.5 * recording_->rateHz(); }
     bool wide() const override;
     void addTo(Baseband samples, const Stretch& stretch, std::complex<double> gain) const override;
 
@@ -40,7 +43,7 @@ class RecordingSource : public Source {
     bool plays(std::int64_t first, std::size_t count) const;
     void gather(std::int64_t first, Baseband out) const;
 
-    RecordingFile file_;
+    std::unique_ptr<const RecordedSamples> recording_;
     Resampler resampler_;
     double hz_;
     Turns perSample_;

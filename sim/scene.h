@@ -43,22 +43,22 @@ class Source {
     virtual void addTo(Baseband samples, const Stretch& stretch, std::complex<double> gain) const = 0;
 };
 
-/// All that is in the air around the units. Built once, then shared by any number of them.
+/// All that is in the air around the units. Built once, then shared by any number of them; a copy shares its sources.
 class Scene {
   public:
-    void add(std::unique_ptr<const Source> source) { sources_.push_back(std::move(source)); }
+    void add(std::shared_ptr<const Source> source) { sources_.push_back(std::move(source)); }
 
     template <typename Kind, typename... Properties>
     Scene& with(Properties... properties) {
-        add(std::make_unique<const Kind>(properties...));
+        add(std::make_shared<const Kind>(properties...));
         return *this;
     }
 
-    std::span<const std::unique_ptr<const Source>> sources() const { return sources_; }
+    std::span<const std::shared_ptr<const Source>> sources() const { return sources_; }
     bool empty() const { return sources_.empty(); }
 
   private:
-    std::vector<std::unique_ptr<const Source>> sources_;
+    std::vector<std::shared_ptr<const Source>> sources_;
 };
 
 /// A dozen signals from 100 kHz to 20 GHz: carriers, broadcast stations, radars, a mobile network, and noise below them.

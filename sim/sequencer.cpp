@@ -54,6 +54,7 @@ struct Sequencer::Execution {
         std::uint16_t next = block.address;
         for (const std::uint32_t value : block.values) {
             if (next == clockRegister) setClock(value);
+            if (PatternMemory::holds(next)) ++state.patternChanges;
             state.registers.write(next++, value);
         }
         checkDestinations(block);
@@ -139,7 +140,10 @@ struct Sequencer::Execution {
         state.selectedPage.reset();
     }
 
-    void operator()(const PatternLength& length) { state.patternLastAddress = length.lastAddress; }
+    void operator()(const PatternLength& length) {
+        state.patternLastAddress = length.lastAddress;
+        ++state.patternChanges;
+    }
 
     void operator()(const SampleRequest& request) {
         if (!state.streaming) {
@@ -228,6 +232,16 @@ ChannelTuning Sequencer::tuning(std::size_t channel, std::optional<double> group
 std::optional<CaptureSettings> Sequencer::captureSettings(const Oscillator& oscillator) const {
     const std::lock_guard lock(mutex_);
     return sim::captureSettings(state_, oscillator);
+}
+
+std::optional<GeneratorSettings> Sequencer::generatorSettings(const Oscillator& oscillator) const {
+    const std::lock_guard lock(mutex_);
+    return sim::generatorSettings(state_, oscillator);
+}
+
+std::vector<std::uint32_t> Sequencer::pattern() const {
+    const std::lock_guard lock(mutex_);
+    return loadedPattern(state_);
 }
 
 UnitReport Sequencer::report(bool goodFix, const Oscillator& oscillator, std::chrono::sys_seconds now) {

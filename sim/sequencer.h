@@ -6,8 +6,10 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "sim/capture_settings.h"
+#include "sim/generator_settings.h"
 #include "sim/operations.h"
 #include "sim/rule_book.h"
 #include "sim/status_record.h"
@@ -46,6 +48,11 @@ class Sequencer {
 
     /// What the next capture takes; nothing if no input is selected.
     std::optional<CaptureSettings> captureSettings(const Oscillator& oscillator) const;
+
+    /// What the generator plays; nothing while it is off.
+    std::optional<GeneratorSettings> generatorSettings(const Oscillator& oscillator) const;
+    /// The words of its pattern.
+    std::vector<std::uint32_t> pattern() const;
 
     /// Lets the GPS chip and the timebase go on until now, and gives what they and the synthesizers have to
     /// report.

@@ -73,7 +73,7 @@ double SharedLo::plainLoopHz() const {
     return 2.0 * referenceHz * (chip_.at(0x10) + fraction / fractions);
 }
 
-std::optional<double> SharedLo::outputHz(const Expander& expander) const {
+std::optional<double> SharedLo::vcoHz(const Expander& expander) const {
     const bool outputOn = chip_.at(0x25) != 0;
     if (!chip_.imageLoaded() || !outputOn) return std::nullopt;
 
@@ -86,6 +86,12 @@ std::optional<double> SharedLo::outputHz(const Expander& expander) const {
     const auto vco = wholeDivider ? offsetLoopHz(expander) : plainLoopHz();
     if (!vco || *vco < lowestVcoHz - vcoRoundingHz || *vco > highestVcoHz + vcoRoundingHz)
         return std::nullopt;
+    return vco;
+}
+
+std::optional<double> SharedLo::outputHz(const Expander& expander) const {
+    const auto vco = vcoHz(expander);
+    if (!vco) return std::nullopt;
     return std::ldexp(*vco, -((chip_.at(0x24) >> 4 & 7) + 1));
 }
 

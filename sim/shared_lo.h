@@ -42,8 +42,10 @@ class SharedLo {
     const Dds& dds() const { return dds_; }
     void writeOffsetChip(std::uint16_t address, std::uint8_t value);
 
-    /// What the output delivers; nothing if the chip is off or in reset, or can't lock with what its
+    /// Where its VCO, 8 to 16 GHz, is locked; nothing if the chip is off or in reset, or can't lock with what its
     /// registers, the DDS, the offset chip and the switches around them hold.
+    std::optional<double> vcoHz(const Expander& expander) const;
+    /// What the output delivers of it.
     std::optional<double> outputHz(const Expander& expander) const;
 
   private:

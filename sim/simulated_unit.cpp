@@ -12,6 +12,7 @@
 #include "sim/data_datagram.h"
 #include "sim/decoder.h"
 #include "sim/flash_memory.h"
+#include "sim/generator.h"
 #include "sim/phase.h"
 #include "sim/reply_path.h"
 #include "sim/rule_book.h"
@@ -33,6 +34,11 @@ constexpr std::size_t packetBytes = packetWords * 4;
 std::vector<std::uint8_t> imageFor(UnitOptions& options) {
     if (!options.image.empty()) return std::move(options.image);
     return makeSyntheticImage({.serialNumber = options.identity.serialNumber});
+}
+
+std::unique_ptr<const FlashMemory> natureFor(UnitOptions& options) {
+    if (options.trueImage.empty()) return nullptr;
+    return std::make_unique<const FlashMemory>(std::move(options.trueImage));
 }
 
 UnitOptions checked(UnitOptions options) {
@@ -62,6 +68,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         : options(checked(std::move(given))),
           recording(options.recordedPackets),
           flash(imageFor(options)),
+          nature(natureFor(options)),
           sequencer(rules, *this, Endpoint::of(options.address, 0).address),
           replies(faults, rules, options.paced),
           streams({.content = options.streamContent,
@@ -84,11 +91,13 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     FaultPlan faults;
     Recording recording;
     FlashMemory flash;
+    std::unique_ptr<const FlashMemory> nature;  ///< what the unit is, if that isn't what its flash tells
     Sequencer sequencer;
     ReplyPath replies;
     Request request;
     std::uint32_t sentDatagrams = 0;
     CaptureMaker captures;
+    Generator generator;
     SampleTime nextSample{0};
     std::uint8_t overdriven = 0;  ///< one bit an input, since the last status
     StreamService streams;
@@ -133,13 +142,23 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         streams.stop();
     }
 
+    UnitCalibration::Image trueImage() const { return (nature ? *nature : flash).current(); }
+
+    /// What the unit's receivers hear: the air, and the generator while it plays.
+    std::shared_ptr<const Scene> heard(const std::shared_ptr<const Scene>& air,
+                                       const Oscillator& oscillator) {
+        return generator.playInto(air, sequencer, oscillator, trueImage());
+    }
+
     void startStream() override {
-        StreamReception reception{.state = sequencer.state(), .image = flash.current()};
+        StreamReception reception{.state = sequencer.state(), .image = trueImage()};
         std::unique_lock lock(reported);
-        reception.scene = options.scene;
+        const auto air = options.scene;
+        const Oscillator oscillator = options.oscillator;
         reception.temperature = options.health.temperatureA;
-        reception.timebaseRatio = options.oscillator.frequencyRatio(reception.state.timebaseDac);
         lock.unlock();
+        reception.scene = heard(air, oscillator);
+        reception.timebaseRatio = oscillator.frequencyRatio(reception.state.timebaseDac);
         streams.start(std::move(reception));
     }
     void stopStream() override { streams.stop(); }
@@ -168,10 +187,11 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     /// With nothing in the air, or no input selected, the samples are zero.
     void sendSamples(std::uint32_t datagrams) override {
         std::unique_lock lock(reported);
-        const auto scene = options.scene;
+        const auto air = options.scene;
         const double temperature = options.health.temperatureA;
         const Oscillator oscillator = options.oscillator;
         lock.unlock();
+        const auto scene = heard(air, oscillator);
         const auto settings = scene ? sequencer.captureSettings(oscillator) : std::nullopt;
         if (settings) {
             sendCapture(*settings, temperature, *scene, datagrams);
@@ -190,7 +210,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     /// Captures follow the clock, and where they are taken faster than it goes, each other.
     void sendCapture(const CaptureSettings& settings, double temperature, const Scene& scene,
                      std::uint32_t datagrams) {
-        CapturePath capture = captures.make(settings, flash.current(), temperature, scene);
+        CapturePath capture = captures.make(settings, trueImage(), temperature, scene);
         std::array<std::uint8_t, dataPayloadBytes> payload;
         const auto now = std::chrono::floor<SampleTime>(WallClock::now().time_since_epoch());
         nextSample = std::max(nextSample, now);

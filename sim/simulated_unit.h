@@ -37,7 +37,10 @@ struct UnitOptions {
     /// Calibration image of exactly `imageBytes`; empty: a synthetic one for the unit's serial number.
     std::vector<std::uint8_t> image{};
 
-    /// What the unit hears in its captures and streams; none: samples of zero.
+    /// What the unit really is, where its flash tells something else; empty: as its flash tells.
+    std::vector<std::uint8_t> trueImage{};
+
+    /// What the unit hears, beside its own generator, in its captures and streams; none: samples of zero.
     std::shared_ptr<const Scene> scene{};
 
     StreamContent streamContent = StreamContent::scene;

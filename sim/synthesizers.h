@@ -29,6 +29,7 @@ class Synthesizers {
     std::optional<double> lowLoHz(std::size_t channel) const;
     /// The shared synthesizer of this unit.
     std::optional<double> sharedLoHz(const Expander& expander) const { return shared_.outputHz(expander); }
+    std::optional<double> sharedVcoHz(const Expander& expander) const { return shared_.vcoHz(expander); }
     /// The channel's high synthesizer, on its own reference or on `sharedHz`, as its registers tell.
     std::optional<double> highLoHz(std::size_t channel, std::optional<double> sharedHz) const;
     /// Whether the channel's high synthesizer is set to the shared reference.

@@ -68,7 +68,7 @@ void putCbb(Bytes image, UnitVariation& variation) {
     putTables(cbbHigh, channels, cbbHighPoints);
 }
 
-void putPretest(Bytes image, UnitVariation& variation) {
+void putPretest(Bytes image, bool modulatorErrors, UnitVariation& variation) {
     for (std::size_t c = 0; c < channels; ++c) {
         const auto wave = ripple(loftPoints, 3.0f, 3.0f * variation.next());
         const float offsetI = 120.0f * variation.next();
@@ -89,10 +89,11 @@ void putPretest(Bytes image, UnitVariation& variation) {
             const float level = top - 4.0f * countedFrom0(j) + 0.05f * fast[k] * countedFrom0(j);
             putFloat(image, vsgLevel + 4 * (k * vsgSteps + j), level);
         }
-        putFloat(image, vsgGain + 4 * k, 1.0f + 0.02f * fast[k]);
-        putFloat(image, vsgPhase + 4 * k, 0.03f * slow[k]);
-        putFloat(image, vsgOffsetI + 4 * k, 0.002f * slow[k] + 0.0005f);
-        putFloat(image, vsgOffsetQ + 4 * k, 0.0015f * fast[k] - 0.0004f);
+        const float told = modulatorErrors ? 1.0f : 0.0f;
+        putFloat(image, vsgGain + 4 * k, 1.0f + told * 0.02f * fast[k]);
+        putFloat(image, vsgPhase + 4 * k, told * 0.03f * slow[k]);
+        putFloat(image, vsgOffsetI + 4 * k, told * (0.002f * slow[k] + 0.0005f));
+        putFloat(image, vsgOffsetQ + 4 * k, told * (0.0015f * fast[k] - 0.0004f));
     }
 }
 
@@ -177,7 +178,7 @@ std::vector<std::uint8_t> makeSyntheticImage(const SyntheticImageOptions& option
     std::vector<std::uint8_t> image = makeBlankImage();
     UnitVariation variation(options.serialNumber);
     if (options.cbb) putCbb(image, variation);
-    if (options.pretest) putPretest(image, variation);
+    if (options.pretest) putPretest(image, options.modulatorErrors, variation);
     if (!options.chamber) return image;
 
     putHeader(image, options);

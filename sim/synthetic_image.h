@@ -19,6 +19,8 @@ struct SyntheticImageOptions {
     bool pretest = true;
     bool chamber = true;
     bool goodChecksum = true;
+    /// What the generator's modulator does wrong is told; otherwise it looks ideal.
+    bool modulatorErrors = true;
     /// Even rails and flat responses: ratio 1, phase 0, level 0 everywhere.
     bool idealResponse = false;
 };

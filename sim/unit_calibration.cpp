@@ -88,6 +88,17 @@ double UnitCalibration::channelPhase(std::size_t channel, std::size_t k) const {
     return first + 0.5 * std::remainder(second - first, 2.0 * std::numbers::pi);
 }
 
+GeneratorCalibration UnitCalibration::generator(std::size_t k) const {
+    constexpr float neverMeasured = 1000.0f;
+    if (erasedAt(*image_, vsgLevel, sizeof(float)) || number(vsgLevel) == neverMeasured)
+        return {{8, 4, 0, -4, -8, -12, -16, -20}, 1.0, 0.0, 0.0, 0.0};
+    const auto at = [&](std::size_t table) { return static_cast<double>(number(table + sizeof(float) * k)); };
+    GeneratorCalibration calibration{{}, at(vsgGain), at(vsgPhase), at(vsgOffsetI), at(vsgOffsetQ)};
+    for (std::size_t j = 0; j < vsgSteps; ++j)
+        calibration.levelDbm[j] = static_cast<double>(number(vsgLevel + sizeof(float) * (k * vsgSteps + j)));
+    return calibration;
+}
+
 ResponsePoints UnitCalibration::response(ResponseGrid grid, std::size_t channel, std::size_t k) const {
     ResponsePoints points{};
     points.ratio.fill(1.0);

@@ -19,6 +19,14 @@ struct ResponsePoints {
     std::array<double, layout::responsePoints> levelDb;  ///< gain on both
 };
 
+/// The generator as the factory measured it at a frequency: its level at each attenuator step with the pattern at half of
+/// full scale, and what its modulator does to the rails.
+struct GeneratorCalibration {
+    std::array<double, layout::vsgSteps> levelDbm;
+    double gain, phase;
+    double offsetI, offsetQ;  ///< that cancel its feed-through, 2.0 being full scale
+};
+
 enum class ResponseGrid { full, low };
 
 /// How a unit really is, at a temperature: as the factory has written it into the flash. A unit without
@@ -39,6 +47,8 @@ class UnitCalibration {
     std::array<int, 2> feedThrough(std::size_t channel, std::size_t k) const;
     /// Phase of the channel against the others, in radians, when all run on the shared LO.
     double channelPhase(std::size_t channel, std::size_t k) const;
+    /// A generator that was never measured has an ideal modulator.
+    GeneratorCalibration generator(std::size_t k) const;
     /// @param k  row, 0 to 510 of the full grid, 0 to 149 of the low one
     ResponsePoints response(ResponseGrid grid, std::size_t channel, std::size_t k) const;
 

@@ -50,6 +50,14 @@ class ChipShadow {
     std::map<std::uint32_t, std::uint32_t> transfers_;
 };
 
+/// The generator's pattern memory among the registers, a sample each.
+struct PatternMemory {
+    static constexpr std::uint16_t first = 4096;
+    static constexpr std::uint16_t size = 4096;
+
+    static constexpr bool holds(std::size_t address) { return address >= first && address < first + size; }
+};
+
 /// All that the unit holds as the result of the words it has run.
 struct UnitState {
     RegisterFile registers;
@@ -70,6 +78,7 @@ struct UnitState {
     std::uint16_t chainDelay = 0;
     ContextSetup context{};
     std::uint16_t patternLastAddress = 0;
+    std::uint64_t patternChanges = 0;  ///< words that have gone into the generator's pattern
     std::optional<SyncStrobe> lastStrobe;
     std::size_t strobes = 0;
     std::size_t chipRunsApplied = 0;

@@ -1,0 +1,168 @@
+/// The generator as the unit's own receivers hear it: level, place and purity of what it plays.
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "sim/generator_settings.h"
+#include "support/swept_air.h"
+
+namespace hxr {
+namespace {
+
+using test::Trace;
+
+constexpr double offsetHz = 23'437'500, patternRateHz = 125e6;
+
+class GeneratorInTheAir : public test::SweptAir {
+  protected:
+    void SetUp() override { unitAt(31); }
+
+    void play(double hz, double dBm) {
+        hxrAbort(handle);
+        ASSERT_EQ(hxrSetVSGEnabled(handle, 1), hxrNoError);
+        ASSERT_EQ(hxrSetSharedFreq(handle, hz), hxrNoError);
+        ASSERT_EQ(hxrSetVSGLevel(handle, dBm), hxrNoError);
+    }
+
+    /// A sweep that shows what is played, and the modulator's leak and image above it.
+    Trace sweepAround(double hz, int attenuator = 3) {
+        return sweep({.startHz = std::max(hz - 35e6, 1e5),
+                      .stopHz = std::min(hz + 60e6, 20e9),
+                      .rbwHz = 30e3,
+                      .vbwHz = 30e3,
+                      .attenuator = attenuator});
+    }
+
+    static float levelAt(const Trace& trace, double hz) { return trace.highest(hz - 2e5, hz + 2e5); }
+
+    /// Lets this host believe that the modulator is right.
+    void forgetModulatorErrors() {
+        HXRCalData& image = *device(handle).corrections->image;
+        for (std::size_t k = 0; k < std::size(image.vsgGain); ++k) {
+            image.vsgGain[k] = 1.0F;
+            image.vsgPhase[k] = image.vsgOffsetI[k] = image.vsgOffsetQ[k] = 0.0F;
+        }
+    }
+};
+
+TEST_F(GeneratorInTheAir, CarrierStandsAtTheSharedFrequencyAtItsLevelAndAlone) {
+    struct Found {
+        double error = 0, image = -300, leak = -300;  // dB, the largest
+    };
+    const auto find = [&] {
+        Found worst;
+        for (const double hz : {60e6, 499e6, 976'562'499.0, 976'562'500.0, 2.4e9, 5.57e9, 5.6e9, 7.98e9,
+                                8.1e9, 12.9e9, 13.1e9, 15.97e9, 15.98e9, 19.9e9}) {
+            constexpr double dBm = -9.5;
+            play(hz, dBm);
+            const Trace trace = sweepAround(hz);
+            const auto [foundHz, found] = trace.lineNear(hz, 20);
+            EXPECT_NEAR(foundHz, hz, trace.binHz);
+            worst.error = std::max(worst.error, std::abs(found - dBm));
+            worst.leak = std::max<double>(worst.leak, levelAt(trace, hz + offsetHz) - dBm);
+            worst.image = std::max<double>(worst.image, levelAt(trace, hz + 2 * offsetHz) - dBm);
+        }
+        return worst;
+    };
+    const Found corrected = find();
+    EXPECT_LT(corrected.error, 0.2);
+    EXPECT_LT(corrected.image, -60);
+    EXPECT_LT(corrected.leak, -60);
+    forgetModulatorErrors();
+    const Found asItIs = find();
+    EXPECT_GT(asItIs.image, -45);
+    EXPECT_GT(asItIs.leak, -55);
+    RecordProperty("figures", std::to_string(corrected.error) + ' ' + std::to_string(corrected.image) + ' ' +
+                                  std::to_string(corrected.leak) + ' ' + std::to_string(asItIs.image) + ' ' +
+                                  std::to_string(asItIs.leak));
+}
+
+TEST_F(GeneratorInTheAir, LevelsAreTrueFromTheLowestToTheHighest) {
+    constexpr double hz = 1.7e9;
+    const auto& levels = device(handle).corrections->image->vsgLevel[44];
+    std::vector<double> cases{10, 9.9, -30, -40, -50};
+    for (const float level : levels) {
+        cases.push_back(level);
+        cases.push_back(level - 1.7);
+    }
+    for (const double dBm : cases) {
+        play(hz, dBm);
+        EXPECT_NEAR(levelAt(sweepAround(hz, 6), hz), dBm, 0.2);
+    }
+    // A level that nobody sets is that of the attenuator.
+    hxrAbort(handle);
+    device(handle).vsgOutputLevel = 1000.0F;
+    device(handle).vsgScale = 0.5F;
+    for (const int step : {0, 3, 7}) {
+        hxrAbort(handle);
+        ASSERT_EQ(hxrAdminSetVSGAtten(handle, step), hxrNoError);
+        EXPECT_NEAR(levelAt(sweepAround(hz, 6), hz), levels[step], 0.2) << step;
+    }
+}
+
+// Both kinds of way out, below and above an LO of 1 GHz.
+TEST_F(GeneratorInTheAir, PatternStandsMirroredAroundTheSharedFrequency) {
+    for (const double hz : {700e6, 3.3e9}) {
+        for (const std::size_t length : {16, 80, 4096}) {
+            // Two lines, one half the other, as whole turns of the pattern.
+            const double step = patternRateHz / static_cast<double>(length);
+            const double upper = std::round(8e6 / step), lower = std::round(-11e6 / step);
+            std::vector<std::complex<float>> pattern(length);
+            for (std::size_t n = 0; n < length; ++n) {
+                const double turn =
+                    2 * std::numbers::pi * static_cast<double>(n) / static_cast<double>(length);
+                pattern[n] =
+                    std::complex<float>(std::polar(0.6, upper * turn) + std::polar(0.3, lower * turn));
+            }
+            play(hz, -12);
+            ASSERT_EQ(hxrSetVSGPattern(handle, pattern.data(), static_cast<int>(length), 1), hxrNoError);
+            const Trace trace = sweepAround(hz);
+            EXPECT_NEAR(levelAt(trace, hz - upper * step), -12 + 20 * std::log10(0.6), 0.2) << length;
+            EXPECT_NEAR(levelAt(trace, hz - lower * step), -12 + 20 * std::log10(0.3), 0.2) << length;
+            EXPECT_LT(levelAt(trace, hz), -12 - 55) << length;
+        }
+    }
+}
+
+TEST_F(GeneratorInTheAir, PlaysBesideASweepAndAStreamAndStopsWithThem) {
+    constexpr double hz = 2.2e9;
+    play(hz, -15);
+    const std::array<int, 4> enabled{1, 1, 0, 0};
+    ASSERT_EQ(hxrSetChannelConfig(handle, enabled.data(), 0), hxrNoError);
+    ASSERT_EQ(hxrSetChannelShared(handle, 1, 1), hxrNoError);
+    ASSERT_EQ(hxrSetStreamDataType(handle, 1), hxrNoError);
+    ASSERT_EQ(hxrSetStreamAtten(handle, 3), hxrNoError);
+    ASSERT_EQ(hxrSetSweepAtten(handle, 3), hxrNoError);
+    ASSERT_EQ(hxrSetSweepStartStop(handle, hz - 10e6, hz + 10e6), hxrNoError);
+    ASSERT_EQ(hxrInitiate(handle), hxrNoError);
+    EXPECT_NEAR(levelAt(take(), hz), -15, 0.2);
+
+    // The carrier comes to rest in the stream.
+    std::vector<std::complex<float>> samples(2000);
+    void* buffer = samples.data();
+    ASSERT_EQ(hxrStreamRecv(handle, &buffer, 2000, nullptr, 0, nullptr, nullptr, nullptr, 0), hxrNoError);
+    const std::complex<float> mean =
+        std::accumulate(samples.begin() + 1000, samples.end(), std::complex<float>{}) / 1000.0F;
+    EXPECT_NEAR(20 * std::log10(std::abs(mean)), -15, 0.2);
+
+    const auto plays = [&] {
+        datagramsAt(*units.back());
+        return generatorSettings(units.back()->state(), {}).has_value();
+    };
+    EXPECT_TRUE(plays());
+    EXPECT_EQ(hxrAbort(handle), hxrNoError);
+    EXPECT_FALSE(plays());
+    ASSERT_EQ(hxrSetVSGEnabled(handle, 0), hxrNoError);
+    ASSERT_EQ(hxrInitiate(handle), hxrNoError);
+    EXPECT_LT(levelAt(take(), hz), -80);
+}
+
+}  // namespace
+}  // namespace hxr
