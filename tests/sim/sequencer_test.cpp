@@ -78,6 +78,7 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
         {"page below the image", {0x0F000100, 0x1F000001, 0x1E00007F, 0x12000001, 0x1F000000}},
         {"page above the image", {0x0F000100, 0x1F000001, 0x1E000480, 0x12000001, 0x1F000000}},
         {"pattern length", {0x20001000}},
+        {"generator sample", {0x04021FFE, 0xE0001FFF, 0x20000000, 0, 0}},
         {"expander register", {0x51084040}},
         {"expander mask", {0x51044060}},
         {"input switch mask", {0x52000102}},
