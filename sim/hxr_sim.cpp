@@ -101,6 +101,9 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                  "a later "
                  "--cal-date only")
         ->excludes(image);
+    app.add_flag("!--untested-generator", arguments.synthetic.modulatorErrors,
+                 "a flash that doesn't tell what the generator's modulator does wrong")
+        ->excludes(image);
     app.add_flag("--blank", arguments.blank, "an erased flash")->excludes(image);
     app.add_flag("--bad-checksum", arguments.badChecksum, "a checksum that is wrong")->excludes(image);
     app.add_option("--cal-date", arguments.synthetic.calDate, "calibration date, seconds since 1970")
@@ -140,13 +143,26 @@ void writeImage(const std::string& path, const std::vector<std::uint8_t>& image)
     if (!file.flush()) throw std::runtime_error("can't write " + path);
 }
 
-std::vector<std::uint8_t> imageFor(const Arguments& arguments, std::uint32_t serialNumber) {
-    if (!arguments.imageFile.empty()) return readImage(arguments.imageFile);
-    if (arguments.blank) return hxr::sim::makeBlankImage();
+std::vector<std::uint8_t> syntheticImage(const Arguments& arguments, std::uint32_t serialNumber,
+                                         bool modulatorErrors) {
     SyntheticImageOptions options = arguments.synthetic;
     options.serialNumber = serialNumber;
     options.goodChecksum = !arguments.badChecksum;
+    options.modulatorErrors = modulatorErrors;
     return hxr::sim::makeSyntheticImage(options);
+}
+
+/// What a unit's flash tells.
+std::vector<std::uint8_t> imageFor(const Arguments& arguments, std::uint32_t serialNumber) {
+    if (!arguments.imageFile.empty()) return readImage(arguments.imageFile);
+    if (arguments.blank) return hxr::sim::makeBlankImage();
+    return syntheticImage(arguments, serialNumber, arguments.synthetic.modulatorErrors);
+}
+
+/// What the unit is, if its flash doesn't tell.
+std::vector<std::uint8_t> trueImageFor(const Arguments& arguments, std::uint32_t serialNumber) {
+    if (arguments.synthetic.modulatorErrors || arguments.blank) return {};
+    return syntheticImage(arguments, serialNumber, true);
 }
 
 /// Lengthens a list to `count` by counting up from its last entry.
@@ -193,6 +209,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
         options.dataPort = arguments.dataPort;
         options.identity.serialNumber = serials[i];
         options.image = imageFor(arguments, serials[i]);
+        options.trueImage = trueImageFor(arguments, serials[i]);
         options.honourPauses = arguments.honourPauses;
         options.streamsInRealTime = arguments.streamsInRealTime;
         options.syncLine = syncLine;
