@@ -65,8 +65,9 @@ std::vector<std::complex<float>> makePattern() {
     }
     double highest = 0;
     for (const auto& sample : samples) highest = std::max(highest, std::abs(sample));
-    std::vector<std::complex<float>> pattern;
-    for (const auto& sample : samples) pattern.emplace_back(sample / highest);
+    std::vector<std::complex<float>> pattern(length);
+    std::transform(samples.begin(), samples.end(), pattern.begin(),
+                   [&](const auto& sample) { return std::complex<float>(sample / highest); });
     return pattern;
 }
 
