@@ -620,7 +620,7 @@ HXR_API HXRStatus hxrSetVSGPattern(int handle, const void* samples, int count, u
 HXR_API HXRStatus hxrInitiate(int handle);
 
 /**
- * Ends all acquisition and returns the group to idle. Unless hxrAdminSetDisableLOOnAbort says otherwise the
+ * Ends all acquisition and stops the generator: the group is idle. Unless hxrAdminSetDisableLOOnAbort says otherwise the
  * synthesizers are switched off. A sweep that was started and not finished ends without its result.
  *
  * @return hxrNoError, at once and without any traffic on an idle group; hxrInvalidDeviceErr; hxrConnectionLostErr if

@@ -15,10 +15,9 @@ inline constexpr std::size_t patternMemory = 4096;
 
 /// What a unit's modulator does wrong at a frequency.
 struct ModulatorErrors {
-    double gain = 1.0;   ///< of I against Q
-    double phase = 0.0;  ///< skew of the rails, radians
-    double offsetI = 0.0,
-           offsetQ = 0.0;  ///< that cancel its feed-through at a scale of 0.5, 1.0 being full scale twice
+    double gain = 1.0;                    ///< of I against Q
+    double phase = 0.0;                   ///< skew of the rails, radians
+    double offsetI = 0.0, offsetQ = 0.0;  ///< that cancel its feed-through, in halves of full scale
 
     /// @param k  frequency index, 0 to 513; what the factory never measured there counts as right
     static ModulatorErrors measuredAt(const HXRCalData& image, std::size_t k);
