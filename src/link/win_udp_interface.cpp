@@ -24,11 +24,21 @@ constexpr int collectBatch = 64;
 // seen by the collector soon.
 constexpr std::size_t moverBatch = 32;
 
-// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each; provided
-// that the system's own buffer would last many times as long at the pace of the line. The system counts about twice a
-// datagram's 8216 bytes.
-constexpr std::chrono::microseconds moverRest{250};
-constexpr std::size_t bytesThatLastManyRests = 8 * 38 * 2 * 8216;
+// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each: the longer,
+// the slower they come, but never so long that the system's own buffer could fill by more than a quarter at the pace of
+// the line. The system counts about twice a datagram's 8216 bytes.
+constexpr std::chrono::microseconds shortestRest{250}, longestRest{1000};
+constexpr std::size_t lineBytesPerMicrosecond = 38 * 2 * 8216 / 250;
+
+// With fewer datagrams due a long rest could make the unit wait for requests.
+constexpr int dueForLongRests = 512;
+
+/// How long the mover may rest with a receive buffer of the system: not at all if that is under `shortestRest`.
+std::chrono::microseconds longestRestFor(std::size_t receiveBuffer) {
+    constexpr std::size_t parts = 4;
+    const std::chrono::microseconds safe(receiveBuffer / parts / lineBytesPerMicrosecond);
+    return safe < 2 * shortestRest ? std::chrono::microseconds(0) : std::min(safe, longestRest);
+}
 
 // A buffer's room, brought up to the next 64 bytes so that every buffer starts aligned.
 constexpr std::size_t bufferStride =
@@ -304,7 +314,8 @@ int WinUDPInterface::takeBack(Lock& lock, ReceiveSlot& slot, int number) {
 
 /// The mover: fills posted buffers with what arrives, in order, until the socket is closed.
 void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket) {
-    const bool mayRest = socket->receiveBuffer() >= bytesThatLastManyRests;
+    const auto longest = longestRestFor(socket->receiveBuffer());
+    auto rest = shortestRest;
     std::array<platform::ReceivePlace, moverBatch> places;
     Lock lock(mutex_);
     while (true) {
@@ -320,14 +331,29 @@ void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& 
         if (socket_ != socket) return;
         publishArrived(std::span(places).first(got));
         if (got == wanted) continue;
+        // A look is to bring about half of what it could.
+        if (receivesDue() < dueForLongRests || got > moverBatch * 3 / 4) {
+            rest = shortestRest;
+        } else if (got < moverBatch / 3) {
+            rest = std::min(2 * rest, longest);
+        }
         lock.unlock();
-        if (mayRest && got > 0 && wanted == moverBatch) {
-            std::this_thread::sleep_for(moverRest);
+        if (longest.count() > 0 && got > 0 && wanted == moverBatch) {
+            std::this_thread::sleep_for(rest);
         } else {
             socket->waitReceivable();
         }
         lock.lock();
     }
+}
+
+int WinUDPInterface::receivesDue() const {
+    int due = 0;
+    for (int position = 0; position < postOrder_.size(); ++position) {
+        const ReceiveSlot& slot = *slotAt(postOrder_[position]);
+        due += slot.pendingCount - slot.arrived;
+    }
+    return due;
 }
 
 /// The places of the next datagrams: the oldest post's first, then those of the posts behind it.

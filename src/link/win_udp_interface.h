@@ -121,6 +121,7 @@ class WinUDPInterface final : public UDPDevice {
     void loseEndpoint(Lock& lock);
     void lookOnceMore(Lock& lock);
     void moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket);
+    int receivesDue() const;
     std::size_t choosePlaces(std::span<platform::ReceivePlace> places);
     void publishArrived(std::span<const platform::ReceivePlace> places);
     int takeBack(Lock& lock, ReceiveSlot& slot, int number);
