@@ -35,6 +35,14 @@ std::vector<std::uint8_t> imageFor(UnitOptions& options) {
     return makeSyntheticImage({.serialNumber = options.identity.serialNumber});
 }
 
+/// Units have hardware addresses of their own making, by serial number.
+std::unique_ptr<PacketFile> packetFileFor(const UnitOptions& options) {
+    if (options.packetFile.empty()) return nullptr;
+    constexpr std::uint64_t ownMaking = 0x02005E000000, serialBits = 0xFFFFFF;
+    return std::make_unique<PacketFile>(options.packetFile, Endpoint::of(options.address, options.dataPort),
+                                        ownMaking | (options.identity.serialNumber & serialBits));
+}
+
 UnitOptions checked(UnitOptions options) {
     if (options.controlPort == options.dataPort)
         throw std::invalid_argument("control and data port are the same");
@@ -69,7 +77,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
                    .inRealTime = options.streamsInRealTime,
                    .pace = options.streamPace,
                    .bufferTurns = options.streamBufferTurns,
-                   .syncLine = options.syncLine},
+                   .syncLine = options.syncLine,
+                   .packetFile = packetFileFor(options)},
                   rules, recording, replies),
           server(Endpoint::of(options.address, options.controlPort),
                  Endpoint::of(options.address, options.dataPort),
@@ -139,8 +148,9 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         reception.scene = options.scene;
         reception.temperature = options.health.temperatureA;
         reception.timebaseRatio = options.oscillator.frequencyRatio(reception.state.timebaseDac);
+        const ContextReport report{options.health.temperatureA, options.identity.serialNumber, options.fix};
         lock.unlock();
-        streams.start(std::move(reception));
+        streams.start(std::move(reception), report, server.dataSocket());
     }
     void stopStream() override { streams.stop(); }
     void sendStream(std::uint32_t datagrams) override {

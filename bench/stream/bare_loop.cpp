@@ -13,9 +13,8 @@
 
 namespace {
 
-constexpr std::uint16_t dataPort = 4991, ownPort = 4992;
-constexpr std::size_t datagramBytes = 8216, headerBytes = 20, payloadSamples = 2048, requestBytes = 2048;
-constexpr std::size_t turnsPerRequest = 64, requestsUnderWay = 8, mostAtOnce = 64;
+constexpr std::size_t datagramBytes = 8216, headerBytes = 20, identifierEnd = 7, payloadSamples = 2048;
+constexpr std::size_t mostAtOnce = 64;
 
 sockaddr_in socketAddress(const char* text, std::uint16_t port) {
     sockaddr_in address{};
@@ -27,14 +26,12 @@ sockaddr_in socketAddress(const char* text, std::uint16_t port) {
 
 }  // namespace
 
-BareLoop::BareLoop(const char* hostAddress, const char* unitAddress, std::size_t channels,
-                   std::size_t perCall)
-    : socket_(::socket(AF_INET, SOCK_DGRAM, 0)), channels_(channels), perCall_(perCall) {
-    const sockaddr_in own = socketAddress(hostAddress, ownPort), unit = socketAddress(unitAddress, dataPort);
+BareLoop::BareLoop(const char* hostAddress, std::uint16_t port, std::size_t channels, std::size_t perCall)
+    : socket_(::socket(AF_INET, SOCK_DGRAM, 0)), channels_(channels), perCall_(perCall), stored_(channels) {
+    const sockaddr_in own = socketAddress(hostAddress, port);
     constexpr int room = 64 << 20;
     ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
-    if (::bind(socket_, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0 ||
-        ::connect(socket_, reinterpret_cast<const sockaddr*>(&unit), sizeof unit) != 0)
+    if (::bind(socket_, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0)
         throw std::runtime_error("no socket for the bare loop");
     rings_.assign(channels, std::vector<std::uint32_t>(ringSamples));
     buffers_.assign(channels, std::vector<std::uint32_t>(perCall));
@@ -42,21 +39,16 @@ BareLoop::BareLoop(const char* hostAddress, const char* unitAddress, std::size_t
 
 BareLoop::~BareLoop() { ::close(socket_); }
 
-void BareLoop::request() {
-    std::array<std::uint32_t, requestBytes / sizeof(std::uint32_t)> block{};
-    block[0] = 0x43660000 | static_cast<std::uint32_t>(turnsPerRequest * channels_);
-    if (::send(socket_, block.data(), requestBytes, 0) < 0) throw std::runtime_error("nothing can be sent");
-}
-
 void BareLoop::store(const std::byte* datagram) {
-    const std::size_t at = datagrams_ / channels_ * payloadSamples % ringSamples;
-    std::memcpy(&rings_[datagrams_ % channels_][at], datagram + headerBytes,
+    // Stream identifiers count from 1.
+    const std::size_t channel = std::to_integer<std::size_t>(datagram[identifierEnd]) - 1;
+    std::memcpy(&rings_[channel][stored_[channel] % ringSamples], datagram + headerBytes,
                 payloadSamples * sizeof(std::uint32_t));
-    ++datagrams_;
+    stored_[channel] += payloadSamples;
 }
 
 void BareLoop::fetch() {
-    while (datagrams_ / channels_ * payloadSamples >= fetched_ + perCall_) {
+    while (*std::ranges::min_element(stored_) >= fetched_ + perCall_) {
         for (std::size_t channel = 0; channel < channels_; ++channel) {
             const std::size_t at = fetched_ % ringSamples, first = std::min(perCall_, ringSamples - at);
             std::memcpy(buffers_[channel].data(), &rings_[channel][at], first * sizeof(std::uint32_t));
@@ -77,15 +69,11 @@ double BareLoop::run(double seconds) {
         messages[i].msg_hdr.msg_iovlen = 1;
     }
     const std::size_t before = fetched_;
-    for (std::size_t i = 0; i < requestsUnderWay; ++i) request();
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    std::size_t answered = datagrams_;
     while (std::chrono::steady_clock::now() < end) {
         const int count = ::recvmmsg(socket_, messages.data(), mostAtOnce, MSG_WAITFORONE, nullptr);
         if (count < 0) throw std::runtime_error("nothing can be received");
         for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) store(rooms[i].data());
-        for (; datagrams_ >= answered + turnsPerRequest * channels_; answered += turnsPerRequest * channels_)
-            request();
         fetch();
     }
     return static_cast<double>((fetched_ - before) * channels_);

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <vector>
 
-/// The least that brings a unit's samples to an application: a loop of `recvmmsg` in one thread that keeps eight requests
-/// under way and copies each payload twice, into rings as long as the driver's and from there to the caller's buffers.
+/// The least that brings a unit's samples to an application: a loop of `recvmmsg` in one thread that copies each payload
+/// twice, into rings as long as the driver's and from there to the caller's buffers. The unit sends by itself.
 class BareLoop {
   public:
     /// @param channels  that the unit streams
     /// @param perCall   samples that the application fetches at a time
-    BareLoop(const char* hostAddress, const char* unitAddress, std::size_t channels, std::size_t perCall);
+    BareLoop(const char* hostAddress, std::uint16_t port, std::size_t channels, std::size_t perCall);
     ~BareLoop();
     BareLoop(const BareLoop&) = delete;
     BareLoop& operator=(const BareLoop&) = delete;
@@ -20,7 +20,6 @@ class BareLoop {
     double run(double seconds);
 
   private:
-    void request();
     void store(const std::byte* datagram);
     void fetch();
 
@@ -29,6 +28,6 @@ class BareLoop {
     int socket_;
     std::size_t channels_, perCall_;
     std::vector<std::vector<std::uint32_t>> rings_, buffers_;
-    std::size_t datagrams_ = 0;  ///< stored
-    std::size_t fetched_ = 0;    ///< samples of each channel
+    std::vector<std::size_t> stored_;  ///< samples by channel
+    std::size_t fetched_ = 0;          ///< samples of each channel
 };
