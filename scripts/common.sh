@@ -27,4 +27,4 @@ build() {
 }
 
 compiler=(build-essential cmake ninja-build nlohmann-json3-dev)
-test_packages=(libgtest-dev libcli11-dev libfftw3-dev pkg-config)
+test_packages=(libgtest-dev libcli11-dev libfftw3-dev pkg-config tshark)

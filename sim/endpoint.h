@@ -13,6 +13,7 @@ struct Endpoint {
     /// @throws std::invalid_argument if the text is no dotted quad
     static Endpoint of(const std::string& dottedQuad, std::uint16_t port);
 
+    bool isLoopback() const { return address >> 24 == 127; }
     /// "127.0.0.2:5000"
     std::string text() const;
     std::string addressText() const;

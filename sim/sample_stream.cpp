@@ -18,6 +18,7 @@ constexpr std::uint16_t firstContextRegister = 0x40;
 constexpr std::uint16_t contextRegisters = 9;
 
 constexpr std::size_t sampleBytes = 4;
+constexpr int leastSignificantFirstBit = 13;  // of the route
 
 /// Turns the marker over in a part of a payload.
 void turnMarkerOver(std::span<std::uint8_t> samples) {
@@ -48,8 +49,10 @@ bool mark(const std::vector<MarkerEdge>& edges, std::uint64_t firstSample, Sampl
 
 }  // namespace
 
-SampleStream::SampleStream(const UnitState& state, Time start, Fill fill)
+SampleStream::SampleStream(const UnitState& state, const ContextReport& report, Time start, Fill fill)
     : decimation_(streamDecimation(state)),
+      report_(report),
+      mostSignificantFirst_((state.route >> leastSignificantFirstBit & 1) == 0),
       start_(start),
       clockAhead_(state.clockAhead),
       fill_(std::move(fill)) {
@@ -86,10 +89,18 @@ std::chrono::nanoseconds SampleStream::turnTime() const {
     return std::chrono::nanoseconds(samplesPerPacket * decimation_ * nanosecondsPerSample);
 }
 
-std::size_t SampleStream::next(const std::vector<MarkerEdge>& edges, std::span<std::uint8_t> datagram) {
-    if (contextsLeft_ > 0) return putContextPacket(channels_[channels_.size() - contextsLeft_--], datagram);
+std::size_t SampleStream::nextChannel() const {
+    return channels_[contextsLeft_ > 0 ? channels_.size() - contextsLeft_ : place_];
+}
 
-    putSamplePacket(channels_[place_], edges, datagram);
+std::size_t SampleStream::next(const std::vector<MarkerEdge>& edges, std::span<std::uint8_t> datagram) {
+    const std::size_t channel = nextChannel();
+    if (contextsLeft_ > 0) {
+        --contextsLeft_;
+        putContext(channel, datagram);
+        return contextPacketBytes;
+    }
+    putSamplePacket(channel, edges, datagram);
     if (++place_ == channels_.size()) {
         place_ = 0;
         ++turn_;
@@ -105,22 +116,18 @@ void SampleStream::putSamplePacket(std::size_t channel, const std::vector<Marker
     const Payload payload = datagram.subspan<dataHeaderBytes, dataPayloadBytes>();
     std::uint32_t trailer = losses_ | fill_(channel, first, payload);
     if (mark(edges, first, payload)) trailer |= StreamWarning::trigger;
+    if (mostSignificantFirst_) {
+        for (std::size_t at = 0; at < payload.size(); at += 2) std::swap(payload[at], payload[at + 1]);
+    }
     const std::uint8_t count = counts_[channel]++;
     putDataFrame(datagram, {streamId_[channel], static_cast<std::uint8_t>(count & 15),
                             timeOf(first) + clockAhead_, trailer});
 }
 
-std::size_t SampleStream::putContextPacket(std::size_t channel, std::span<std::uint8_t> datagram) const {
-    constexpr std::uint32_t packetWords = 28;
-    constexpr std::uint32_t contextPacketType = 4u << 28 | 1u << 22 | 2u << 20;
-    constexpr std::size_t wordBytes = 4, firstField = 20;
-    const auto bytes = datagram.first(packetWords * wordBytes);
-    std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
-    putBig(bytes, 0, wordBytes, contextPacketType | packetWords);
-    putPacketOrigin(bytes, streamId_[channel], timeOf(turn_ * samplesPerPacket) + clockAhead_);
-    for (std::size_t i = 0; i < contextFields_[channel].size(); ++i)
-        putBig(bytes, firstField + wordBytes * i, wordBytes, contextFields_[channel][i]);
-    return bytes.size();
+void SampleStream::putContext(std::size_t channel, std::span<std::uint8_t> datagram) {
+    const ContextHeader header{streamId_[channel], contextCounts_[channel]++,
+                               timeOf(turn_ * samplesPerPacket) + clockAhead_};
+    putContextPacket(datagram.first<contextPacketBytes>(), header, contextFields_[channel], report_);
 }
 
 void lowerMarker(std::span<std::uint8_t> payload) {

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "sim/context_packet.h"
 #include "sim/data_datagram.h"
 #include "sim/unit_state.h"
 
@@ -42,7 +43,7 @@ class SampleStream {
         std::function<std::uint32_t(std::size_t channel, std::uint64_t firstSample, Payload payload)>;
 
     /// @param state  of the unit, with everything that was configured
-    SampleStream(const UnitState& state, Time start, Fill fill);
+    SampleStream(const UnitState& state, const ContextReport& report, Time start, Fill fill);
 
     /// Writes the next datagram, sample packet or context packet.
     ///
@@ -50,6 +51,8 @@ class SampleStream {
     /// @returns its length
     std::size_t next(const std::vector<MarkerEdge>& edges, std::span<std::uint8_t> datagram);
 
+    /// The input whose packet is next.
+    std::size_t nextChannel() const;
     /// The inputs that are streamed, lowest first.
     std::span<const std::size_t> channels() const { return channels_; }
 
@@ -68,7 +71,7 @@ class SampleStream {
 
   private:
     Time timeOf(std::uint64_t sample) const;
-    std::size_t putContextPacket(std::size_t channel, std::span<std::uint8_t> datagram) const;
+    void putContext(std::size_t channel, std::span<std::uint8_t> datagram);
     void putSamplePacket(std::size_t channel, const std::vector<MarkerEdge>& edges,
                          std::span<std::uint8_t> datagram);
 
@@ -76,6 +79,8 @@ class SampleStream {
     std::uint64_t decimation_;
     std::array<std::uint32_t, 4> streamId_{};
     std::array<std::vector<std::uint32_t>, 4> contextFields_;
+    ContextReport report_;
+    bool mostSignificantFirst_;  ///< in the samples
     std::uint64_t contextInterval_ = 0;
     Time start_;
     std::chrono::seconds clockAhead_;  ///< of the unit's clock
@@ -83,7 +88,7 @@ class SampleStream {
     std::uint64_t turn_ = 0;
     std::size_t place_ = 0;         ///< in the turn, of the next sample packet
     std::size_t contextsLeft_ = 0;  ///< context packets that go before it
-    std::array<std::uint8_t, 4> counts_{};
+    std::array<std::uint8_t, 4> counts_{}, contextCounts_{};
     std::uint32_t losses_ = 0;  ///< to be warned of in the next turn
 };
 

@@ -41,6 +41,14 @@ std::unique_ptr<const FlashMemory> natureFor(UnitOptions& options) {
     return std::make_unique<const FlashMemory>(std::move(options.trueImage));
 }
 
+/// Units have hardware addresses of their own making, by serial number.
+std::unique_ptr<PacketFile> packetFileFor(const UnitOptions& options) {
+    if (options.packetFile.empty()) return nullptr;
+    constexpr std::uint64_t ownMaking = 0x02005E000000, serialBits = 0xFFFFFF;
+    return std::make_unique<PacketFile>(options.packetFile, Endpoint::of(options.address, options.dataPort),
+                                        ownMaking | (options.identity.serialNumber & serialBits));
+}
+
 UnitOptions checked(UnitOptions options) {
     if (options.controlPort == options.dataPort)
         throw std::invalid_argument("control and data port are the same");
@@ -76,7 +84,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
                    .inRealTime = options.streamsInRealTime,
                    .pace = options.streamPace,
                    .bufferTurns = options.streamBufferTurns,
-                   .syncLine = options.syncLine},
+                   .syncLine = options.syncLine,
+                   .packetFile = packetFileFor(options)},
                   rules, recording, replies),
           server(Endpoint::of(options.address, options.controlPort),
                  Endpoint::of(options.address, options.dataPort),
@@ -156,10 +165,11 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         const auto air = options.scene;
         const Oscillator oscillator = options.oscillator;
         reception.temperature = options.health.temperatureA;
+        const ContextReport report{options.health.temperatureA, options.identity.serialNumber, options.fix};
         lock.unlock();
         reception.scene = heard(air, oscillator);
         reception.timebaseRatio = oscillator.frequencyRatio(reception.state.timebaseDac);
-        streams.start(std::move(reception));
+        streams.start(std::move(reception), report, server.dataSocket());
     }
     void stopStream() override { streams.stop(); }
     void sendStream(std::uint32_t datagrams) override {

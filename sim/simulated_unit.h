@@ -53,6 +53,8 @@ struct UnitOptions {
     double streamPace = 1;
     /// Turns that a unit in real time keeps for a host that is late: 256 MiB of four channels.
     std::uint64_t streamBufferTurns = 8192;
+    /// A packet capture file of the streams that go by themselves to their destinations; empty: none.
+    std::string packetFile{};
     /// The cable to the other units of a group, which have the same. Without it a unit starts its streams by
     /// itself, at its own word, and has no LO from a group's master.
     std::shared_ptr<SyncLine> syncLine{};

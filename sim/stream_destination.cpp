@@ -13,15 +13,8 @@ constexpr std::uint16_t lowerHalf(std::uint32_t word) { return static_cast<std::
 
 /// The checksum in the IPv4 header of one of the unit's packets.
 std::uint16_t headerChecksum(std::uint32_t source, std::uint32_t destination, std::uint16_t totalLength) {
-    constexpr std::uint8_t version4 = 0x45, timeToLive = 16, udp = 17;
     std::array<std::uint8_t, 20> header{};
-    header[0] = version4;
-    putBig(header, 2, 2, totalLength);
-    header[8] = timeToLive;
-    header[9] = udp;
-    putBig(header, 12, 4, source);
-    putBig(header, 16, 4, destination);
-
+    putIpHeader(header, source, destination, totalLength);
     constexpr std::uint32_t allOnes = 0xFFFF;
     std::uint32_t sum = 0;
     for (std::size_t i = 0; i < header.size(); i += 2)
@@ -31,6 +24,17 @@ std::uint16_t headerChecksum(std::uint32_t source, std::uint32_t destination, st
 }
 
 }  // namespace
+
+void putIpHeader(std::span<std::uint8_t, 20> header, std::uint32_t source, std::uint32_t destination,
+                 std::uint16_t totalLength) {
+    constexpr std::uint8_t version4 = 0x45, timeToLive = 16, udp = 17;
+    header[0] = version4;
+    putBig(header, 2, 2, totalLength);
+    header[8] = timeToLive;
+    header[9] = udp;
+    putBig(header, 12, 4, source);
+    putBig(header, 16, 4, destination);
+}
 
 bool StreamDestination::checksumsFit(std::uint32_t unitAddress) const {
     constexpr std::uint16_t dataPacketBytes = 8244;

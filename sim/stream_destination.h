@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "sim/endpoint.h"
 
@@ -16,7 +17,7 @@ struct StreamDestination {
     static constexpr std::uint16_t firstRegister = 800;
     static constexpr std::uint16_t registersEach = 4;
 
-    Endpoint to;
+    Endpoint to{};
     std::uint64_t hardwareAddress = 0;
     std::uint16_t dataChecksum = 0;
     std::uint16_t contextChecksum = 0;
@@ -24,6 +25,11 @@ struct StreamDestination {
     /// Whether both checksums fit the headers of packets from `unitAddress`.
     bool checksumsFit(std::uint32_t unitAddress) const;
 };
+
+/// The header of one of the unit's packets, but for its checksum.
+void putIpHeader(std::span<std::uint8_t, 20> header, std::uint32_t source, std::uint32_t destination,
+                 std::uint16_t totalLength);
+inline constexpr std::size_t checksumOffset = 10;
 
 /// What a slot holds; nothing until all its registers have been written.
 ///

@@ -1,6 +1,7 @@
 #include "sim/stream_service.h"
 
 #include <algorithm>
+#include <limits>
 #include <ratio>
 #include <utility>
 
@@ -30,13 +31,23 @@ constexpr std::uint8_t masterStart = 0xA3;
 
 }  // namespace
 
-StreamService::StreamService(const StreamSetup& setup, RuleBook& rules, Recording& recording,
-                             ReplyPath& replies)
-    : setup_(setup), rules_(rules), recording_(recording), replies_(replies), batch_(batchDatagrams) {}
+StreamService::StreamService(StreamSetup setup, RuleBook& rules, Recording& recording, ReplyPath& replies)
+    : setup_(std::move(setup)),
+      rules_(rules),
+      recording_(recording),
+      replies_(replies),
+      batches_(StreamDestination::slots, DatagramBatch(batchDatagrams)) {}
 
-void StreamService::start(StreamReception reception) {
+void StreamService::start(StreamReception reception, const ContextReport& report, UdpSocket& socket) {
     stop();
     const UnitState& state = reception.state;
+    report_ = report;
+    if (state.stream.port == 0) {
+        for (std::size_t slot = 0; slot < StreamDestination::slots; ++slot)
+            destinations_.push_back(streamDestination(state.registers, slot).value_or(StreamDestination{}));
+        owed_ = std::numeric_limits<std::uint64_t>::max();
+        socket_ = &socket;
+    }
     const auto now = std::chrono::ceil<SampleTime>(WallClock::now().time_since_epoch());
     const StreamStart own{now.count(), reception.timebaseRatio, sharedLoHz(state)};
     const std::uint8_t word = state.stream.start;
@@ -55,7 +66,7 @@ void StreamService::begin(const StreamStart& start) {
     samples_ = StreamSamples::make(setup_.content, *reception_, start, captures_, setup_.loopTurns);
     const WallClock::time_point time(
         std::chrono::duration_cast<WallClock::duration>(SampleTime(start.firstSample)));
-    stream_.emplace(reception_->state, time,
+    stream_.emplace(reception_->state, report_, time,
                     [this](std::size_t channel, std::uint64_t first, SampleStream::Payload payload) {
                         return fill(channel, first, payload);
                     });
@@ -78,6 +89,7 @@ void StreamService::stop() {
     reception_.reset();
     stream_.reset();
     samples_.reset();
+    destinations_.clear();
     owed_ = 0;
 }
 
@@ -90,6 +102,10 @@ bool StreamService::running() {
 }
 
 void StreamService::request(std::uint32_t datagrams, const Endpoint& to, UdpSocket& socket) {
+    if (goesByItself()) {
+        rules_.noteBrokenRule("samples requested of a stream that goes by itself");
+        return;
+    }
     owed_ += datagrams;
     to_ = to;
     socket_ = &socket;
@@ -99,7 +115,7 @@ std::optional<StreamService::Clock::time_point> StreamService::nextTime() const 
     if (owed_ == 0) return std::nullopt;
     const auto now = Clock::now();
     if (!stream_) return reception_ ? std::optional(now + lookTime) : std::nullopt;
-    if (!setup_.inRealTime || !stream_->betweenTurns()) return now;
+    if (!inRealTime() || !stream_->betweenTurns()) return now;
     const auto wanted = static_cast<std::uint64_t>(collectingTime / stream_->turnTime());
     const std::uint64_t owedTurns = owed_ / stream_->channels().size();
     const auto turns = std::max<std::uint64_t>(std::min(wanted, owedTurns), 1);
@@ -107,7 +123,7 @@ std::optional<StreamService::Clock::time_point> StreamService::nextTime() const 
 }
 
 bool StreamService::nextIsReady(WallClock::time_point now) {
-    if (!setup_.inRealTime || !stream_->betweenTurns()) return true;
+    if (!inRealTime() || !stream_->betweenTurns()) return true;
     dropWhatIsTooOld(now);
     return stream_->due() <= now;
 }
@@ -132,12 +148,35 @@ void StreamService::serve() {
 
     for (int i = 0; i < batchesAtOnce && owed_ > 0; ++i) {
         const auto now = streamTime();
-        batch_.clear();
-        for (; owed_ > 0 && batch_.hasRoom() && nextIsReady(now); --owed_)
-            batch_.add(stream_->next(*edges, batch_.room()));
-        if (batch_.count() == 0) return;
-        recording_.noteStreamReplies(batch_.count());
-        replies_.send(batch_, to_, *socket_);
+        for (DatagramBatch& batch : batches_) batch.clear();
+        std::size_t count = 0;
+        for (; owed_ > 0 && nextIsReady(now); --owed_, ++count) {
+            DatagramBatch& batch = batches_[goesByItself() ? stream_->nextChannel() : 0];
+            if (!batch.hasRoom()) break;
+            batch.add(stream_->next(*edges, batch.room()));
+        }
+        if (count == 0) return;
+        recording_.noteStreamReplies(count);
+        sendBatches(now);
+    }
+}
+
+void StreamService::sendBatches(WallClock::time_point now) {
+    for (std::size_t input = 0; input < batches_.size(); ++input) {
+        const DatagramBatch& batch = batches_[input];
+        if (batch.count() == 0) continue;
+        if (goesByItself() && setup_.packetFile) {
+            for (std::size_t i = 0; i < batch.count(); ++i) {
+                const auto datagram = batch.datagram(i);
+                setup_.packetFile->write(now, destinations_[input], datagram,
+                                         datagram.size() == contextPacketBytes);
+            }
+        }
+        if (!goesByItself()) {
+            replies_.send(batch, to_, *socket_);
+        } else if (destinations_[input].to.isLoopback()) {
+            replies_.send(batch, destinations_[input].to, *socket_);
+        }
     }
 }
 

@@ -9,11 +9,14 @@
 #include <optional>
 #include <vector>
 
+#include "sim/context_packet.h"
 #include "sim/datagram_batch.h"
+#include "sim/packet_file.h"
 #include "sim/recording.h"
 #include "sim/reply_path.h"
 #include "sim/rule_book.h"
 #include "sim/sample_stream.h"
+#include "sim/stream_destination.h"
 #include "sim/stream_samples.h"
 #include "sim/sync_line.h"
 
@@ -27,19 +30,22 @@ struct StreamSetup {
     double pace = 1;
     std::uint64_t bufferTurns = 0;
     std::shared_ptr<SyncLine> syncLine{};
+    std::unique_ptr<PacketFile> packetFile{};  ///< for what goes out unasked
 };
 
 /// The streams of a unit. From a start word to the next stop, what the host asks for goes out as its samples are
-/// taken; nothing goes unasked. All but the setters belongs to the thread that serves.
+/// taken. A stream that was started without a port of the host goes by itself, each input's packets to their own
+/// destination, always by the unit's clock: over the network only to destinations on this machine. All but the setters belongs to the thread that serves.
 ///
 /// A unit alone and the master of a group start at once, a slave together with its master.
 class StreamService {
   public:
     using Clock = std::chrono::steady_clock;
 
-    StreamService(const StreamSetup& setup, RuleBook& rules, Recording& recording, ReplyPath& replies);
+    StreamService(StreamSetup setup, RuleBook& rules, Recording& recording, ReplyPath& replies);
 
-    void start(StreamReception reception);
+    /// @param socket  by which a stream goes out that goes by itself
+    void start(StreamReception reception, const ContextReport& report, UdpSocket& socket);
     void stop();
     /// Datagrams that go out as soon as they can, by the socket on which they were asked for.
     void request(std::uint32_t datagrams, const Endpoint& to, UdpSocket& socket);
@@ -64,6 +70,9 @@ class StreamService {
     std::chrono::system_clock::time_point streamTime() const;
     Clock::time_point clockAt(std::chrono::system_clock::time_point streamTime) const;
     bool running();
+    bool inRealTime() const { return setup_.inRealTime || goesByItself(); }
+    bool goesByItself() const { return !destinations_.empty(); }
+    void sendBatches(std::chrono::system_clock::time_point now);
     bool nextIsReady(std::chrono::system_clock::time_point now);
     void dropWhatIsTooOld(std::chrono::system_clock::time_point now);
     std::uint32_t fill(std::size_t channel, std::uint64_t firstSample, SampleStream::Payload payload);
@@ -73,10 +82,12 @@ class StreamService {
     Recording& recording_;
     ReplyPath& replies_;
     CaptureMaker captures_;
-    DatagramBatch batch_;
+    std::vector<DatagramBatch> batches_;  ///< by input where each goes to a destination of its own
 
-    std::optional<StreamReception> reception_;  ///< of the unit that waits for its master
-    std::uint64_t startsBefore_ = 0;            ///< of the group's, when the unit began to wait
+    ContextReport report_;
+    std::vector<StreamDestination> destinations_;  ///< of a stream that goes by itself, by input
+    std::optional<StreamReception> reception_;     ///< of the unit that waits for its master
+    std::uint64_t startsBefore_ = 0;               ///< of the group's, when the unit began to wait
     std::unique_ptr<StreamSamples> samples_;
     std::optional<SampleStream> stream_;
     Clock::time_point startClock_;  ///< when the stream's first sample was taken

@@ -41,6 +41,8 @@ class UnitServer {
 
     /// For the serving thread: sleeps, or less if the server is to stop.
     void sleep(std::chrono::nanoseconds time) const;
+    /// For the serving thread: the socket of the data port.
+    UdpSocket& dataSocket() const { return session_->data; }
     /// For the serving thread: whether the server is to stop.
     bool stopping() const;
 

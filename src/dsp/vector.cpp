@@ -127,7 +127,11 @@ void dspSumCf32(const cf32* src, int n, cf32* sum) {
 }
 
 void dspI16ToF32(const std::int16_t* src, float* dst, int n, int scale) {
-    if (n > 0) dspKernels().i16ToF32(src, std::ldexp(1.0F, -scale), dst, n);
+    dspI16ToF32By(src, std::ldexp(1.0F, -scale), dst, n);
+}
+
+void dspI16ToF32By(const std::int16_t* src, float factor, float* dst, int n) {
+    if (n > 0) dspKernels().i16ToF32(src, factor, dst, n);
 }
 
 void dspF32ToI16(const float* src, std::int16_t* dst, int n, int rounding, int scale) {

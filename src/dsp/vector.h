@@ -64,6 +64,9 @@ enum DspRounding : int { dspRoundToZero = 0, dspRoundToNearest = 1 };
 /// @param scale  from -126 to 126; 15 makes 16-bit full scale 1.0
 void dspI16ToF32(const std::int16_t* src, float* dst, int n, int scale);
 
+/// dst[i] = src[i] x factor, rounded once.
+void dspI16ToF32By(const std::int16_t* src, float factor, float* dst, int n);
+
 /// dst[i] = src[i] 2^-scale, rounded and saturated to 16 bits; a NaN gives -32768.
 /// @param rounding  `dspRoundToNearest`, ties to even, or `dspRoundToZero`
 /// @param scale     from -126 to 126; -15 makes 1.0 saturate to 32767 and -1.0 give -32768

@@ -20,15 +20,24 @@ constexpr milliseconds sendTimeout{2000};
 // Receives that a collect waits for at a time.
 constexpr int collectBatch = 64;
 
-// Datagrams that the mover takes at a time: enough to make the system call cheap, and little enough to be
-// seen by the collector soon.
-constexpr std::size_t moverBatch = 32;
+// Datagrams that the mover takes at a time: as many as the system gives in one call.
+constexpr std::size_t moverBatch = 64;
 
-// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each; provided
-// that the system's own buffer would last many times as long at the pace of the line. The system counts about twice a
-// datagram's 8216 bytes.
-constexpr std::chrono::microseconds moverRest{250};
-constexpr std::size_t bytesThatLastManyRests = 8 * 38 * 2 * 8216;
+// While datagrams flow and many more are due, the mover rests between two looks instead of waking for each: the longer,
+// the slower they come, but never so long that the system's own buffer could fill by more than a quarter at the pace of
+// the line. The system counts about twice a datagram's 8216 bytes.
+constexpr std::chrono::microseconds shortestRest{250}, longestRest{1000};
+constexpr std::size_t lineBytesPerMicrosecond = 38 * 2 * 8216 / 250;
+
+// With fewer datagrams due a rest, or a long one, could make the unit wait for requests.
+constexpr int dueForRests = 32, dueForLongRests = 512;
+
+/// How long the mover may rest with a receive buffer of the system: not at all if that is under `shortestRest`.
+std::chrono::microseconds longestRestFor(std::size_t receiveBuffer) {
+    constexpr std::size_t parts = 4;
+    const std::chrono::microseconds safe(receiveBuffer / parts / lineBytesPerMicrosecond);
+    return safe < 2 * shortestRest ? std::chrono::microseconds(0) : std::min(safe, longestRest);
+}
 
 // A buffer's room, brought up to the next 64 bytes so that every buffer starts aligned.
 constexpr std::size_t bufferStride =
@@ -219,6 +228,7 @@ void WinUDPInterface::postReceives(int number, int count, unsigned timeoutMs) {
     takeBack(lock, *slot, number);
     slot->pendingCount = std::clamp(count, 0, receivesPerSlot);
     slot->arrived = 0;
+    slot->batchArrived = {};
     slot->timeoutMs = timeoutMs;
     slot->result.count = slot->pendingCount;
     std::fill_n(slot->result.lengths.begin(), slot->pendingCount, 0U);
@@ -249,13 +259,14 @@ ReceiveResult* WinUDPInterface::collectReceives(int number) {
 
     const SlotUse use(*this);
     const auto timeout = clock_.timeout(milliseconds(slot->timeoutMs));
-    for (int batchEnd = 0; batchEnd < slot->pendingCount && socket_;) {
-        batchEnd = std::min(batchEnd + collectBatch, slot->pendingCount);
-        const bool ended = slot->progress.wait_for(lock, timeout, [&] {
-            return slot->arrived >= std::min(batchEnd, slot->pendingCount) || !socket_;
-        });
-        if (!ended) lookOnceMore(lock);
-        if (socket_ && slot->arrived < std::min(batchEnd, slot->pendingCount)) loseEndpoint(lock);
+    // Every 64 have a time-out of their own; but nobody is woken before all have come.
+    const auto isOver = [&] { return slot->arrived >= slot->pendingCount || !socket_; };
+    auto begin = steady_clock::now();
+    while (!isOver()) {
+        if (slot->progress.wait_until(lock, begin + timeout, isOver)) break;
+        if (slot->batchArrived <= begin) lookOnceMore(lock);
+        if (slot->batchArrived <= begin && !isOver()) loseEndpoint(lock);
+        begin = slot->batchArrived;
     }
     if (slot->arrived < slot->pendingCount) slot->result.timedOut = true;
     slot->pendingCount = slot->arrived = 0;
@@ -304,7 +315,8 @@ int WinUDPInterface::takeBack(Lock& lock, ReceiveSlot& slot, int number) {
 
 /// The mover: fills posted buffers with what arrives, in order, until the socket is closed.
 void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket) {
-    const bool mayRest = socket->receiveBuffer() >= bytesThatLastManyRests;
+    const auto longest = longestRestFor(socket->receiveBuffer());
+    auto rest = shortestRest;
     std::array<platform::ReceivePlace, moverBatch> places;
     Lock lock(mutex_);
     while (true) {
@@ -320,14 +332,30 @@ void WinUDPInterface::moveDatagrams(const std::shared_ptr<platform::UdpSocket>& 
         if (socket_ != socket) return;
         publishArrived(std::span(places).first(got));
         if (got == wanted) continue;
+        // A look is to bring about two thirds of what it could.
+        const int due = receivesDue();
+        if (due < dueForLongRests || got > moverBatch * 7 / 8) {
+            rest = shortestRest;
+        } else if (got < moverBatch * 3 / 7) {
+            rest = std::min(2 * rest, longest);
+        }
         lock.unlock();
-        if (mayRest && got > 0 && wanted == moverBatch) {
-            std::this_thread::sleep_for(moverRest);
+        if (longest.count() > 0 && got > 0 && due >= dueForRests) {
+            std::this_thread::sleep_for(rest);
         } else {
             socket->waitReceivable();
         }
         lock.lock();
     }
+}
+
+int WinUDPInterface::receivesDue() const {
+    int due = 0;
+    for (int position = 0; position < postOrder_.size(); ++position) {
+        const ReceiveSlot& slot = *slotAt(postOrder_[position]);
+        due += slot.pendingCount - slot.arrived;
+    }
+    return due;
 }
 
 /// The places of the next datagrams: the oldest post's first, then those of the posts behind it.
@@ -351,7 +379,7 @@ void WinUDPInterface::publishArrived(std::span<const platform::ReceivePlace> pla
             postOrder_.remove(number);
             slot.progress.notify_all();
         } else if (slot.arrived % collectBatch == 0) {
-            slot.progress.notify_all();
+            slot.batchArrived = steady_clock::now();
         }
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -50,6 +51,7 @@ class WinUDPInterface final : public UDPDevice {
     struct ReceiveSlot {
         int pendingCount = 0;  ///< receives posted and not collected
         int arrived = 0;       ///< of these, the ones that hold their datagram
+        std::chrono::steady_clock::time_point batchArrived{};  ///< when the last whole 64 of these were there
         unsigned timeoutMs = 1000;
         int touched = 0;  ///< buffers whose memory the system has given
         ReceiveResult result;
@@ -121,6 +123,7 @@ class WinUDPInterface final : public UDPDevice {
     void loseEndpoint(Lock& lock);
     void lookOnceMore(Lock& lock);
     void moveDatagrams(const std::shared_ptr<platform::UdpSocket>& socket);
+    int receivesDue() const;
     std::size_t choosePlaces(std::span<platform::ReceivePlace> places);
     void publishArrived(std::span<const platform::ReceivePlace> places);
     int takeBack(Lock& lock, ReceiveSlot& slot, int number);

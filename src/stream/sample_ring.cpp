@@ -29,17 +29,6 @@ Stretch stretchAt(std::int64_t position, std::int64_t samples) {
     return {index, std::min(samples, SampleRing::capacity - index)};
 }
 
-void convertToFloats(const ci16* from, float scale, cf32* to, int samples) {
-    // Block by block, so that the second step finds the first one's results at hand.
-    constexpr int block = 2048;
-    for (int done = 0; done < samples; done += block) {
-        const int count = reals * std::min(block, samples - done);
-        float* out = &to[done].re;
-        dspI16ToF32(&from[done].re, out, count, fullScaleBits);
-        dspMulConstF32(out, scale, out, count);
-    }
-}
-
 }  // namespace
 
 SampleRing::SampleRing(const StreamLayout& layout, bool floatSamples, double nsPerSample)
@@ -191,7 +180,8 @@ void SampleRing::copyOut(std::size_t channel, std::int64_t index, std::int64_t s
     }
     const ci16* from = reinterpret_cast<const ci16*>(buffer) + index;
     if (format.floats) {
-        convertToFloats(from, scale, static_cast<cf32*>(out), count);
+        const float toFullScaleOne = std::ldexp(scale, -fullScaleBits);
+        dspI16ToF32By(&from->re, toFullScaleOne, static_cast<float*>(out), reals * count);
     } else {
         dspCopy32(from, out, count);
     }
