@@ -24,6 +24,7 @@ bool hasGeneratorData(const HXRCalData& image) {
 /// Complex samples that lie anywhere, of a type of their own, as floats.
 template <typename Rail>
 Pattern readSamples(const void* samples, std::size_t count, float scale) {
+    if (count == 0) return {};
     std::vector<std::array<Rail, 2>> pairs(count);
     std::memcpy(pairs.data(), samples, count * sizeof pairs.front());
     Pattern pattern(count);
