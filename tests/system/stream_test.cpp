@@ -276,6 +276,15 @@ TEST_F(Stream, UnitThatLostMoreThanTheRingHoldsGoesOnBesideItsGroup) {
     for (int i = 0; i < 5; ++i) EXPECT_EQ(fetch(), hxrDDRBufferOverflow);
 }
 
+TEST_F(Stream, CallForMoreThanTheRingHoldsIsServedInPieces) {
+    Streaming::connectGroup(1);
+    initiate({2}, 4);
+    const Received received = receive(static_cast<int>(2 * SampleRing::capacity + 5));
+    EXPECT_EQ(received.status, hxrNoError);
+    EXPECT_LT(received.left, SampleRing::capacity);
+    EXPECT_TRUE(std::ranges::none_of(samples[0], [](std::int16_t value) { return value == 77; }));
+}
+
 TEST_F(Stream, CutPacketsKeepTheRotation) {
     connectGroup(1);
     units[0]->faults().add({.kind = ReplyKind::stream, .skip = 500, .times = 1}, ReplyFault::setLength(19));
