@@ -86,14 +86,15 @@ TEST_F(StreamedAir, LinesAreAsHighAsTheyAreAtEveryRate) {
     struct Case {
         double hz;
         bool shared;
+        int nextDecimation;  ///< times the last
     };
-    const Case cases[] = {{2.4e9, false},   {2.4e9, true}, {98.7654321e6, true}, {12.34e9, true},
-                          {12.34e9, false}, {31e6, true},  {31e6, false}};
+    const Case cases[] = {{2.4e9, false, 2},   {2.4e9, true, 2}, {98.7654321e6, true, 8}, {12.34e9, true, 8},
+                          {12.34e9, false, 8}, {31e6, true, 8},  {31e6, false, 8}};
     const std::vector<int> channels = {0, 3, 6};
-    for (const auto& [hz, shared] : cases) {
+    for (const auto& [hz, shared, next] : cases) {
         tune(hz, shared);
         bool asFloats = false;  // in turn
-        for (int decimation = 1; decimation <= 256; decimation *= 2, asFloats = !asFloats) {
+        for (int decimation = 1; decimation <= 256; decimation *= next, asFloats = !asFloats) {
             const double reach = hz < 40e6 ? 25e6 : 50e6, above = hz + 0.36 * reach / decimation,
                          below = hz - 0.11 * reach / decimation;
             hear({above, below});
@@ -116,7 +117,7 @@ TEST_F(StreamedAir, ChannelsOfAGroupAgreeInPhaseAndFollowTheirOffset) {
     const std::vector<int> channels = {0, 1, 2, 3, 4, 6};
     constexpr int turned = 6;
     constexpr double offset = 0.7;
-    for (const double hz : {2.4e9, 500e6, 9e9, 17.77e9}) {
+    for (const double hz : {2.4e9, 500e6, 17.77e9}) {
         tune(hz, true);
         for (const int decimation : {1, 4, 32}) {
             const double tone = hz + 3e6 / decimation;
