@@ -783,6 +783,48 @@ HXR_API HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool init
 HXR_API HXRStatus hxrAdminReInitChans(int handle);
 
 /**
+ * Prepares the handle's unit for hxrAdminCBBReadback of its shared synthesizer: it is brought up anew so that it finds its
+ * VCO settings by itself. It can't be tuned for sweeps, streams and captures then; hxrAdminInitFullBandLOs with
+ * `initShared` makes it so again.
+ * @return as hxrAdminInitFullBandLOs
+ */
+HXR_API HXRStatus hxrAdminConfigureForCBBReadback(int handle);
+
+/**
+ * Tunes a synthesizer of the handle's unit to a point of its table in HXRCBBData, waits 32 ms until it has found its VCO
+ * setting, and reads that back: the three bytes which the factory stores at that point. For an idle unit; what was tuned
+ * there is lost.
+ *
+ * A unit that has tuning data sets its channels' synthesizers from them and reads these back.
+ *
+ * @param shared   the shared synthesizer: cbbLowTable[...][4]; `low` doesn't count then
+ * @param low      true: the channel's low one, cbbLowTable[...][channel]; false: its high one, cbbHighTable[...][channel]
+ * @param channel  0 to 3, for the shared one as well
+ * @param index    of the point, 0 or more; beyond the last, 512 or 704, the last counts
+ * @param a, b, c  the bytes of the three planes; after an error as they were
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrInvalidConfigurationErr while a sweep is under way;
+ *         hxrConnectionLostErr; hxrDataSyncErr if the unit answers with something else than a status
+ */
+HXR_API HXRStatus hxrAdminCBBReadback(int handle, bool shared, bool low, int channel, int index,
+                                      unsigned char& a, unsigned char& b, unsigned char& c);
+
+/** Tells whether the unit has tuning data for its synthesizers. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrAdminHasCBBData(int handle, bool* has);
+
+/**
+ * Decides whether hxrAbort switches the synthesizers off, as it does at first, or leaves them tuned, which saves their
+ * settling at the next hxrInitiate.
+ * @return hxrInvalidDeviceErr
+ */
+HXR_API HXRStatus hxrAdminSetDisableLOOnAbort(int handle, bool disable);
+
+/** Notes for the whole process that synthesizers are being calibrated. Nothing depends on it. May be called any time. */
+HXR_API void hxrAdminSetLOCalMode(bool on) noexcept;
+
+/** Gives what hxrAdminSetLOCalMode has noted, false at first. May be called any time. */
+HXR_API bool hxrAdminIsLOCalMode() noexcept;
+
+/**
  * Makes every plan from now on, of any unit, use one preselector band, 0 to 19, whatever the frequency. The number is
  * not checked.
  */
@@ -790,6 +832,82 @@ HXR_API HXRStatus hxrAdminSetPreselectorFilter(int band);
 
 /** Lets the frequency decide on the preselector band again, as at load. */
 HXR_API HXRStatus hxrAdminSetAutoPreselectorFilter(void);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: service of corrections
+ *
+ * They act on the corrections in use of the handle's own unit; its flash and this host's copy stay as they are. To be
+ * called on an idle unit.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Lets corrections follow the unit's temperature (false, at first) or stay at the index of hxrAdminSetCorrectionIndex,
+ * from the next hxrInitiate on.
+ * @return hxrInvalidDeviceErr
+ */
+HXR_API HXRStatus hxrAdminSetCorrectionMode(int handle, bool manual);
+
+/**
+ * Sets the temperature index, 0 to 6, for corrections that don't follow the temperature, from the next hxrInitiate on.
+ * @return hxrInvalidDeviceErr; hxrSettingClamped
+ */
+HXR_API HXRStatus hxrAdminSetCorrectionIndex(int handle, int index);
+
+/** Tells whether the corrections have a pretest section. @return hxrInvalidDeviceErr, hxrNullPointerErr */
+HXR_API HXRStatus hxrAdminHasPretestCorrections(int handle, bool* has);
+
+/**
+ * Tells whether the corrections have chamber data.
+ * @param has  may be null
+ * @return hxrInvalidDeviceErr
+ */
+HXR_API HXRStatus hxrAdminHasChamberCorrections(int handle, bool* has);
+
+/**
+ * Makes all plans from now on cancel the LO feed-through by these offsets of the two rails, in place of the factory's. They
+ * are not checked, and stay until the unit is closed.
+ * @return hxrInvalidDeviceErr
+ */
+HXR_API HXRStatus hxrAdminSetLOFT(int handle, int i, int q);
+
+/**
+ * Takes the chamber section of an image in use, unchecked. Tuning data and pretest section stay.
+ * @return hxrInvalidDeviceErr, hxrNullPointerErr
+ */
+HXR_API HXRStatus hxrAdminManualLoadCorrections(int handle, const HXRCalData* data);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: raw captures
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Tunes one channel of the handle's own unit and takes a short capture of raw samples, 50 MHz complex, as they come from
+ * the mixer: what is at `loHz` comes out at 0 Hz. In preselector band 0, up to an LO of 68.4375 MHz, there is no mixer, and a
+ * signal comes out at its frequency and at its negative. Corrections are those of the last hxrInitiate.
+ *
+ * The channel stays tuned, so that a further call with `reconfigure` false captures the same again.
+ *
+ * @param channel          0 to 3, an input of the unit
+ * @param fullBand         the channel is mixed by the shared synthesizer, not by its own
+ * @param loHz             the LO in Hz; brought into 0 to 22 GHz
+ * @param attenuatorIndex  0 to 6, 5 dB each
+ * @param iq               receives blocks x 2048 pairs of floats, I then Q, 1.0 being the digitiser's full scale
+ * @param blocks           1 to 255
+ * @param reconfigure      false: nothing is tuned, and of what is said above only iq and blocks count
+ * @param taps             63 pairs of floats, first rail then second, -1.0 to 1.0: the filter that the channel runs; null:
+ *                         the one that its corrections ask for. What is longer than full scale is cut.
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr for iq; hxrInvalidParameterErr; hxrInvalidConfigurationErr while a sweep
+ *         or a stream is configured, with nothing sent; hxrConnectionLostErr, with zeros for what has not come;
+ *         hxrDataSyncErr, hxrADCAlignmentErr and, as warnings, hxrADCOverflow and hxrSettingClamped, for loHz, each
+ *         with the samples as they were taken
+ */
+HXR_API HXRStatus hxrAdminGetFullBandIQ(int handle, int channel, bool fullBand, double loHz,
+                                        int attenuatorIndex, float* iq, int blocks, bool reconfigure,
+                                        float* const taps);
+
+/** The same, tuned anew each time and with a filter that passes the samples on as they are. */
+HXR_API HXRStatus hxrAdminGetFullBandIQ(int handle, int channel, bool fullBand, double loHz,
+                                        int attenuatorIndex, float* iq, int blocks);
 
 /* ------------------------------------------------------------------------------------------------------------------
  * C++ entries: service of the generator

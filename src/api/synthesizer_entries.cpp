@@ -1,6 +1,8 @@
 /// Service of synthesizers and timebase.
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 
 #include "api/entry.h"
 #include "device/synthesizer_service.h"
@@ -10,6 +12,12 @@
 using hxr::HXRDevice;
 using hxr::api::deviceEntry;
 using hxr::api::readEntry;
+
+namespace {
+
+std::atomic<bool> loCalMode = false;
+
+}  // namespace
 
 HXRStatus hxrAdminGetLOLockFlags(int handle, int* first, int* second) {
     return deviceEntry(handle, [&](HXRDevice& device) {
@@ -38,6 +46,39 @@ HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh) {
 HXRStatus hxrAdminReInitChans(int handle) {
     return deviceEntry(handle, [](HXRDevice& device) { return hxr::reInitChannels(device); });
 }
+
+HXRStatus hxrAdminConfigureForCBBReadback(int handle) {
+    return deviceEntry(handle, [](HXRDevice& device) { return hxr::configureForReadback(device); });
+}
+
+HXRStatus hxrAdminCBBReadback(int handle, bool shared, bool low, int channel, int index, unsigned char& a,
+                              unsigned char& b, unsigned char& c) {
+    using Kind = hxr::Synthesizer::Kind;
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        std::array<std::uint8_t, 3> setting{a, b, c};
+        const Kind kind = shared ? Kind::shared : low ? Kind::low : Kind::high;
+        const HXRStatus status = hxr::readBackVco(device, {kind, channel}, index, setting);
+        a = setting[0];
+        b = setting[1];
+        c = setting[2];
+        return status;
+    });
+}
+
+HXRStatus hxrAdminHasCBBData(int handle, bool* has) {
+    return readEntry(handle, has, [](const HXRDevice& device) { return device.loContext.cbbLoaded; });
+}
+
+HXRStatus hxrAdminSetDisableLOOnAbort(int handle, bool disable) {
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        device.disableLOOnAbort = disable;
+        return hxrNoError;
+    });
+}
+
+void hxrAdminSetLOCalMode(bool on) noexcept { loCalMode = on; }
+
+bool hxrAdminIsLOCalMode() noexcept { return loCalMode; }
 
 HXRStatus hxrAdminSetPreselectorFilter(int band) {
     hxr::useManualBand(band);

@@ -88,6 +88,16 @@ bool refreshStatus(HXRDevice& device) {
     return owner.owns_lock();
 }
 
+HXRStatus statusOfCapture(const HXRDevice& unit, int channel) {
+    constexpr int firstOverflowBit = 12;
+    if (unit.link->lastStatus() != hxrNoError) return unit.link->lastStatus();
+    const LastStatus status = unit.lastStatus.copy();
+    if (status.dataSyncFault) return hxrDataSyncErr;
+    if (status.adcAlignFault) return hxrADCAlignmentErr;
+    const bool overflow = (status.statusFlags >> (firstOverflowBit + channel) & 1) != 0;
+    return overflow ? hxrADCOverflow : hxrNoError;
+}
+
 HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out) {
     const std::uint64_t lastTicks = device.lastStatus.copy().lastStatusTicks;
     if (device.clock->monotonicMs() - lastTicks > statusLifetimeMs) {

@@ -24,6 +24,12 @@ void requestStatus(HXRDevice& device);
 /// @return whether it asked; if not, the last status stands
 bool refreshStatus(HXRDevice& device);
 
+/// What the link and the last status say of a capture of samples that the status came behind.
+///
+/// @param channel  0 to 3
+/// @return a lost link's status; `hxrDataSyncErr`; `hxrADCAlignmentErr`; `hxrADCOverflow` of the channel; `hxrNoError`
+HXRStatus statusOfCapture(const HXRDevice& unit, int channel);
+
 /// Gives the health values, from a new status record if the last is older than a second and nobody else owns
 /// the control endpoint.
 ///

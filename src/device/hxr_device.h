@@ -13,6 +13,7 @@
 #include "hxr_api.h"
 #include "link/device_interface.h"
 #include "platform/clock.h"
+#include "rf/full_band_plan.h"
 #include "rf/lo_context.h"
 
 namespace hxr {
@@ -51,6 +52,7 @@ struct HXRDevice : EnvironmentSettings,
     LoContext loContext;
     std::unique_ptr<SweepEngine> sweepEngine;    ///< while a sweep plan is in place; on a group's master
     std::unique_ptr<StreamEngine> streamEngine;  ///< while a local stream runs; on a group's master
+    std::unique_ptr<FullBandPlan> fullBandPlan;  ///< the last full-band capture, until the next or an abort
     std::array<std::int32_t, words::channelsPerUnit> lastBand{};  ///< of the full-band capture, by channel
     AcquisitionMutex acquisitionMutex;
     Published<LastStatus> lastStatus;

@@ -83,6 +83,7 @@ void prepareUnits(HXRDevice& master) {
 void endEngines(HXRDevice& master) {
     master.sweepEngine.reset();
     master.streamEngine.reset();
+    master.fullBandPlan.reset();
 }
 
 void becomeIdle(HXRDevice& master) {

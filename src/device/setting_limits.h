@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 #include "hxr_api.h"
 
@@ -26,7 +27,14 @@ inline constexpr Limits<double> sweepTimeLimits{1e-6, 1.0};          ///< second
 inline constexpr Limits<float> generatorLevelLimits{-80.0F, 10.0F};  ///< dBm
 inline constexpr Limits<float> fanSetPointLimits{5.0F, 60.0F};       ///< degrees Celsius
 
-inline constexpr Limits<int> attenuatorLimits{-1, 6};   ///< -1 is automatic
+inline constexpr Limits<double> fullBandLoLimits{0.0, 22e9};  ///< Hz: all that a channel can be mixed with
+
+inline constexpr Limits<int> attenuatorLimits{-1, 6};      ///< -1 is automatic
+inline constexpr Limits<int> attenuatorIndexLimits{0, 6};  ///< where there is no automatic
+inline constexpr Limits<int> inputLimits{0, 3};            ///< a channel of one unit
+inline constexpr Limits<int> captureBlockLimits{1,
+                                                255};  ///< with their status they fit a slot of the endpoint
+inline constexpr Limits<int> temperatureIndexLimits{0, 6};
 inline constexpr Limits<int> decimationLimits{1, 256};  ///< a power of two
 inline constexpr int mostHardwareDecimation = 4;        ///< the host does the rest
 inline constexpr Limits<int> contextIntervalLimits{3, 4095};
@@ -45,7 +53,9 @@ inline constexpr unsigned highestWindow = 2;
 /// @return `hxrNoError`; `hxrSettingClamped`; `hxrInvalidParameterErr` for a NaN, with nothing stored
 template <typename T>
 HXRStatus storeWithin(Limits<T> limits, T value, T& setting) {
-    if (std::isnan(value)) return hxrInvalidParameterErr;
+    if constexpr (std::is_floating_point_v<T>) {
+        if (std::isnan(value)) return hxrInvalidParameterErr;
+    }
     setting = std::clamp(value, limits.lowest, limits.highest);
     return setting == value ? hxrNoError : hxrSettingClamped;
 }

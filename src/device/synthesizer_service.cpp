@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "device/health.h"
+#include "device/setting_limits.h"
 #include "rf/channel_lo.h"
 #include "rf/rest_words.h"
 #include "rf/shared_lo.h"
@@ -75,6 +76,36 @@ HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh) {
     }
     device.link->sendList(list);
     return device.link->lastStatus();
+}
+
+HXRStatus configureForReadback(HXRDevice& device) {
+    using namespace std::chrono_literals;
+    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
+    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
+    device.link->sendList(singlePacket(buildSharedLoBringUp(SharedLoVco::readBack)));
+    device.clock->sleep(20ms);
+    return device.link->lastStatus();
+}
+
+HXRStatus readBackVco(HXRDevice& device, const Synthesizer& synthesizer, int point,
+                      std::array<std::uint8_t, 3>& setting) {
+    using namespace std::chrono_literals;
+    if (!inputLimits.contain(synthesizer.channel) || point < 0) return hxrInvalidParameterErr;
+    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
+    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
+
+    const CommandList readback = planVcoReadback(synthesizer);
+    if (!device.link->sendList(planSelfCalibration(device.loContext, synthesizer, point)))
+        return device.link->lastStatus();
+    device.clock->sleep(32ms);
+
+    const auto [complete, received] = device.link->request(readback);
+    if (!complete) return device.link->lastStatus();
+    const StatusRecord record({received.buffers[0], received.lengths[0]});
+    parseStatus(device, &record);
+    if (!record.magicIsRight()) return hxrDataSyncErr;
+    setting = vcoSettingOf(synthesizer, record.u32(StatusRecord::readback));
+    return hxrNoError;
 }
 
 HXRStatus readLockFlags(HXRDevice& device, LockFlags& flags) {

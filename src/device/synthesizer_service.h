@@ -5,6 +5,7 @@
 
 #include "device/hxr_device.h"
 #include "hxr_api.h"
+#include "rf/vco_readback.h"
 
 namespace hxr {
 
@@ -16,6 +17,19 @@ HXRStatus reInitChannels(HXRDevice& device);
 /// Switches all synthesizers off and loads those that are asked for.
 /// @return `hxrInvalidConfigurationErr` while a sweep has the control endpoint; the link's status
 HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh);
+
+/// Brings the unit up anew with a `sharedLo` that finds its VCO settings by itself, and gives it 20 ms.
+/// @return `hxrInvalidConfigurationErr` while a sweep has the control endpoint; the link's status
+HXRStatus configureForReadback(HXRDevice& device);
+
+/// Tunes a synthesizer to a point of its table, lets it find its VCO setting in 32 ms, and reads that back.
+///
+/// @param synthesizer  of a channel 0 to 3
+/// @param setting      the three bytes of the point; as it was after an error
+/// @return `hxrInvalidParameterErr` for a point below 0; `hxrInvalidConfigurationErr` while a sweep has the control
+///         endpoint; the link's status; `hxrDataSyncErr` if what came is no status
+HXRStatus readBackVco(HXRDevice& device, const Synthesizer& synthesizer, int point,
+                      std::array<std::uint8_t, 3>& setting);
 
 /// The two sets of lock flags, one for each channel, from a new status unless a sweep has the control endpoint.
 struct LockFlags {

@@ -1,6 +1,8 @@
 #include "link/device_interface.h"
 
 #include <cstring>
+#include <numeric>
+#include <vector>
 
 #include "cal/image.h"
 #include "link/byte_order.h"
@@ -47,21 +49,30 @@ bool DeviceInterface::sendList(const CommandList& list) {
     return true;
 }
 
-/// Sends a list that causes one datagram, and waits for it.
-std::optional<std::span<const std::byte>> DeviceInterface::request(const CommandList& list) {
-    control_->postReceives(requestSlot, 1, replyTimeoutMs);
+DeviceInterface::Answers DeviceInterface::request(const CommandList& list) {
+    const auto sum = [](const std::vector<std::uint32_t>& counts) {
+        return std::accumulate(counts.begin(), counts.end(), 0U);
+    };
+    const std::uint32_t replies = sum(list.dataReplies()) + sum(list.statusReplies());
+    control_->postReceives(requestSlot, static_cast<int>(replies), replyTimeoutMs);
     const bool sent = sendList(list);
-    const ReceiveResult& result = *control_->collectReceives(requestSlot);
-    if (result.timedOut) loseLink();
-    if (!sent || result.timedOut) return std::nullopt;
-    return std::span<const std::byte>(result.buffers[0], result.lengths[0]);
+    const ReceiveResult& received = *control_->collectReceives(requestSlot);
+    if (received.timedOut) loseLink();
+    return {sent && !received.timedOut, received};
+}
+
+/// Sends a list that causes one datagram, and waits for it.
+std::optional<std::span<const std::byte>> DeviceInterface::requestOne(const CommandList& list) {
+    const auto [complete, received] = request(list);
+    if (!complete) return std::nullopt;
+    return std::span<const std::byte>(received.buffers[0], received.lengths[0]);
 }
 
 bool DeviceInterface::readStatus(StatusRecord* record) {
     if (record == nullptr) return false;
     CommandList list = singlePacket({words::statusRequest});
     list.expectStatus(1);
-    const auto datagram = request(list);
+    const auto datagram = requestOne(list);
     if (!datagram) return false;
     *record = StatusRecord(*datagram);
     return true;
@@ -76,7 +87,7 @@ bool DeviceInterface::readFlashPage(std::uint16_t page, std::byte* buffer) {
     if (buffer == nullptr) return false;
     CommandList list = singlePacket({words::selectFlashPage(page), words::captureAndSend(1)});
     list.expectData(1);
-    const auto datagram = request(list);
+    const auto datagram = requestOne(list);
     if (!datagram || datagram->size() != dataDatagramBytes) return false;
 
     // The page's words come most significant byte first.

@@ -60,6 +60,15 @@ class DeviceInterface {
     /// @return false if the link is lost; the packets behind the failing one are not sent
     bool sendList(const CommandList& list);
 
+    /// What a list has caused, in buffers that stay until the next request. What is missing has lost the link.
+    struct Answers {
+        bool complete;
+        const ReceiveResult& received;
+    };
+
+    /// Sends a list that causes at most 256 datagrams, and waits up to 4000 ms for each 64 of them.
+    Answers request(const CommandList& list);
+
     /// Asks for one status record and waits up to 4000 ms for it.
     /// @return false for a null pointer, without touching the link, or if the link is lost; `record` is then
     ///         as it was
@@ -104,7 +113,7 @@ class DeviceInterface {
     HXRStatus fillImage();
     bool readPages(int first, int last);
     void adoptCorrections();
-    std::optional<std::span<const std::byte>> request(const CommandList& list);
+    std::optional<std::span<const std::byte>> requestOne(const CommandList& list);
     platform::Clock& clock_;
     FlashCache cache_;
     bool calChecksumFailed_ = false;

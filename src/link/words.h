@@ -86,6 +86,11 @@ constexpr Word channelRoute(std::uint16_t setup) { return 0x0F000000 | setup; }
 /// The route that leads flash pages to the control socket.
 inline constexpr Word flashRoute = channelRoute(0x0100);
 
+/// The route that leads a channel's samples to the control socket as they come from its mixer.
+constexpr Word fullBandRoute(int channel) {
+    return channelRoute(static_cast<std::uint16_t>(0x3040 + (channel << 4)));
+}
+
 /// Lets context packets go out in a stream, one of each channel every `interval` sample packets.
 constexpr Word contextPackets(bool enabled, std::uint16_t interval) {
     return 0x10000000 | (enabled ? 1U : 0U) << 16 | interval;
@@ -107,6 +112,10 @@ constexpr Word inputSelect(std::uint32_t inputs) { return 0x13000000 | inputs; }
 
 /// On the data socket: causes `datagrams` datagrams of a running stream.
 constexpr Word streamRequest(std::uint16_t datagrams) { return 0x43660000 | datagrams; }
+
+/// Keeps the byte that a chip gives back, at a position in the `readback` of the next status. Positions are 0 to 2, and 4 to
+/// 7 for its bytes 0 to 3.
+constexpr Word latchReadByte(std::uint32_t position) { return 0x1D000000 | position; }
 
 constexpr Word selectFlashPage(std::uint16_t page) { return 0x1E000000 | page; }
 
@@ -135,6 +144,14 @@ constexpr Chip lowLoOf(int channel) {
 
 constexpr Word chipWrite(Chip chip, std::uint16_t address, std::uint8_t value) {
     return static_cast<std::uint32_t>(chip) << 24 | static_cast<std::uint32_t>(address) << 8 | value;
+}
+
+/// Set in the address of a register that a synthesizer is to give back.
+inline constexpr std::uint16_t readAddress = 0x8000;
+
+/// Asks a synthesizer for a register, to be latched once it has come.
+constexpr Word chipRead(Chip chip, std::uint16_t address) {
+    return chipWrite(chip, readAddress | address, 0);
 }
 
 /// A transfer of 24 bits to a chip.
@@ -193,6 +210,17 @@ constexpr Word pairedWord(PairedChip chip, std::uint32_t transfer, std::uint32_t
 /// Writes a register of a channel's `highLo`.
 constexpr Word highLoWrite(int input, std::uint16_t address, std::uint8_t value) {
     return channelWord(input, 0, static_cast<std::uint32_t>(address) << 8 | value);
+}
+
+/// Asks a channel's `highLo` for a register.
+constexpr Word highLoRead(int input, std::uint16_t address) {
+    return highLoWrite(input, readAddress | address, 0);
+}
+
+/// Leads what a channel's `highLo` gives back to the unit, or ends that. Channels share the line by twos.
+constexpr Word highLoReadLine(int input, bool on) {
+    constexpr std::uint32_t transfer = 8, led = 2;
+    return channelWord(input, transfer, on ? led | (static_cast<std::uint32_t>(input) & 1) : 0);
 }
 
 /// Switches a channel's `highLo` off.

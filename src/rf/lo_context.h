@@ -56,6 +56,18 @@ struct LoContext {
     std::array<bool, words::channelsPerUnit> lowLoReady{};  ///< by channel: its `lowLo` holds its full image
 };
 
+/// Plans something that goes out as a whole: where `plan` throws, none of it does, and `lowLoReady` stays as it was.
+template <typename Plan>
+auto planWhole(LoContext& context, Plan&& plan) {
+    const auto ready = context.lowLoReady;
+    try {
+        return plan();
+    } catch (...) {
+        context.lowLoReady = ready;
+        throw;
+    }
+}
+
 /// Takes a unit's factory tuning data over: from now on synthesizers are loaded with their VCO settings.
 void loadLoTables(LoContext& context, const HXRCBBData& data);
 

@@ -190,6 +190,25 @@ WordRun buildSharedLoBringUp(SharedLoVco vco) {
     return run;
 }
 
+// Without the offset loop the chip counts half of its VCO in fractions of its own reference.
+WordRun calibrateSharedLo(LoContext& context, double hz) {
+    constexpr double referenceHz = 125e6;
+    constexpr double fractions = 512;
+    const double countedHz = 2 * hz;
+    const double integer = std::floor(countedHz / referenceHz);
+    const double fraction = std::clamp(
+        std::floor((countedHz - integer * referenceHz) * fractions / referenceHz + 0.5), 0.0, fractions - 1);
+    const auto ratio = static_cast<std::uint32_t>(fraction);
+
+    const auto write = [](std::uint16_t address, auto value) {
+        return words::chipWrite(Chip::sharedLo, address, static_cast<std::uint8_t>(value));
+    };
+    context.sharedBandCode = bandCodeFor(2 * countedHz);
+    return {bandCodeWord(context),   write(0x25, 0x1E),      write(0x24, 0x90),    write(0x1E, 0x18),
+            write(0x17, ratio >> 8), write(0x16, ratio),     write(0x10, integer), words::filler,
+            words::filler,           words::applyPeripherals};
+}
+
 WordRun takeSharedLoFromMaster() {
     return {words::synthesizerReset(Chip::sharedLo), words::expanderWrite(0x04, 0x80, 0x80)};
 }

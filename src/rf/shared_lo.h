@@ -31,6 +31,9 @@ WordRun buildSharedLoBringUp(SharedLoVco vco);
 /// Tunes `sharedLo` for an LO of `hz` at the channels: 23 words.
 WordRun tuneSharedLo(LoContext& context, int band, double hz);
 
+/// Lets `sharedLo`, loaded to choose its VCO setting itself, find it for a VCO at four times `hz`: 10 words.
+WordRun calibrateSharedLo(LoContext& context, double hz);
+
 /// The two words after which a unit takes its shared LO from a group's master.
 WordRun takeSharedLoFromMaster();
 

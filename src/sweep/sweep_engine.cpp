@@ -6,30 +6,13 @@
 
 #include "device/health.h"
 #include "device/hxr_device.h"
-#include "dsp/vector.h"
 #include "sweep/packet_pipeline.h"
+#include "sweep/sample_block.h"
 #include "sweep/step_ring.h"
 #include "sweep/sweep_fft.h"
 #include "sweep/sweep_plan.h"
 
 namespace hxr {
-namespace {
-
-constexpr std::size_t dataDatagramBytes = 8216;
-constexpr std::size_t dataHeaderBytes = 20;
-
-/// Puts a block's samples in their place, full scale 1.0; zeros where a lost link or a wrong answer has left none.
-void takeBlock(const std::byte* datagram, std::uint32_t length, cf32* out) {
-    constexpr int fullScaleBits = 15;
-    if (length == dataDatagramBytes) {
-        dspI16ToF32(reinterpret_cast<const std::int16_t*>(datagram + dataHeaderBytes), &out->re,
-                    2 * samplesPerBlock, fullScaleBits);
-    } else {
-        dspZero64(out, samplesPerBlock);
-    }
-}
-
-}  // namespace
 
 /// A plan with all that runs it.
 class SweepEngine::Run {
@@ -153,8 +136,7 @@ void SweepEngine::Run::consumeReplies(const ReceiveResult& received, int count) 
     if (blocks > 0) {
         if (!ring_.waitForRoom(blocks)) return;
         for (int i = 0; i < blocks; ++i) {
-            takeBlock(received.buffers[static_cast<std::size_t>(i)],
-                      received.lengths[static_cast<std::size_t>(i)], ring_.writePlace());
+            takeBlock(received, static_cast<std::size_t>(i), &ring_.writePlace()->re);
             ring_.advance();
         }
         ring_.publish(blocks);
@@ -189,13 +171,9 @@ void SweepEngine::Run::copyTrace(float* sweep) const {
 }
 
 HXRStatus SweepEngine::Run::statusOfRun() const {
-    constexpr int firstOverflowBit = 12;
-    if (unit_.link->lastStatus() != hxrNoError) return unit_.link->lastStatus();
-    const LastStatus status = unit_.lastStatus.copy();
-    if (status.dataSyncFault) return hxrDataSyncErr;
-    if (status.adcAlignFault) return hxrADCAlignmentErr;
-    if ((status.statusFlags >> (firstOverflowBit + channel_) & 1) != 0) return hxrADCOverflow;
-    return status.tempDrifted ? hxrTempDriftWarning : hxrNoError;
+    const HXRStatus status = statusOfCapture(unit_, channel_);
+    if (status != hxrNoError) return status;
+    return unit_.lastStatus.copy().tempDrifted ? hxrTempDriftWarning : hxrNoError;
 }
 
 SweepEngine::SweepEngine(HXRDevice& unit, int channel, const SweepSettings& settings, PlannedSweep planned)

@@ -9,11 +9,9 @@
 #include "device/settings.h"
 #include "link/command_list.h"
 #include "rf/lo_context.h"
+#include "sweep/sample_block.h"
 
 namespace hxr {
-
-/// Complex samples of a block, the least that a capture takes.
-inline constexpr int samplesPerBlock = 2048;
 
 /// One capture: a step of the tuning grid, or a part of a step where a preselector band is narrower.
 struct SweepStep {
