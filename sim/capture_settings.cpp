@@ -100,6 +100,12 @@ ResponseRow responseRow(std::size_t row, bool shared) {
     return {low ? ResponseGrid::low : ResponseGrid::full, k, k <= lastCrossed};
 }
 
+/// Whether the route passes samples on as they come from the mixer: a sample path without a decimation.
+bool isFullBand(const UnitState& state) {
+    constexpr std::uint16_t pathOn = 0x1000, decimation = 0x0300;
+    return (state.route & (pathOn | decimation)) == pathOn;
+}
+
 }  // namespace
 
 std::optional<CaptureSettings> captureSettings(const UnitState& state, const Oscillator& oscillator,
@@ -112,7 +118,7 @@ std::optional<CaptureSettings> captureSettings(const UnitState& state, const Osc
         settings.k = rowOfCapture(settings.tuning);
         settings.response =
             responseRow(settings.k, path == LoPath::sharedOnLow || path == LoPath::sharedOnHigh);
-        settings.ncoHz = oscillatorHz(ownOscillatorWord(state.registers, channel));
+        if (!isFullBand(state)) settings.ncoHz = oscillatorHz(ownOscillatorWord(state.registers, channel));
         settings.taps = loadedTaps(state.registers, channel);
         settings.timebaseRatio = oscillator.frequencyRatio(state.timebaseDac);
         return settings;

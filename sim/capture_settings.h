@@ -25,8 +25,9 @@ struct CaptureSettings {
     ChannelTuning tuning;
     std::size_t k = 0;  ///< row of the unit's tables over frequency that the tuning goes by
     ResponseRow response{};
-    double ncoHz = 0.0;  ///< of the channel's digital oscillator, -62.5 to 62.5 MHz
-    RailTaps taps{};     ///< the response filter as loaded, 1.0 being its full scale
+    double ncoHz =
+        0.0;  ///< of the channel's digital oscillator, -62.5 to 62.5 MHz; 0 where a capture goes past it
+    RailTaps taps{};  ///< the response filter as loaded, 1.0 being its full scale
     /// The timebase over what it should be: synthesizers and oscillator turn so much faster than they say. The
     /// samples' own rate is taken as right, which places a line wrong by half a hertz a hundredth ppm at most.
     double timebaseRatio = 1.0;

@@ -127,7 +127,16 @@ struct Sequencer::Execution {
     }
 
     void operator()(const InputSelect& select) { state.inputSelect = select.inputs; }
-    void operator()(const LatchReadByte&) {}
+
+    /// Positions 4 to 7 are of another line, with the same bytes of the status.
+    void operator()(const LatchReadByte& latch) {
+        if (latch.position == 3) return;
+        const auto byte = state.synthesizers.readByte(state.expander, outputs.vcoTables());
+        if (!byte) note("read byte latched from no chip");
+        const unsigned shift = 8 * (latch.position & 3u);
+        constexpr std::uint32_t byteMask = 0xFF;
+        state.readback = (state.readback & ~(byteMask << shift)) | std::uint32_t{byte.value_or(0)} << shift;
+    }
 
     void operator()(const SelectPage& select) {
         if (!state.flashReadMode) note("flash page selected outside flash read mode");
@@ -249,7 +258,12 @@ UnitReport Sequencer::report(bool goodFix, const Oscillator& oscillator, std::ch
     const bool disciplines = state_.timebaseMode == gpsMode && goodFix;
     if (disciplines) state_.timebaseDac = oscillator.steered(state_.timebaseDac);
     const LockFlags locks = lockFlags(state_);
-    return {state_.timebaseDac, disciplines, locks.first, locks.second, 0, state_.gps.solutionTime(now)};
+    return {.timebaseDac = state_.timebaseDac,
+            .disciplines = disciplines,
+            .firstLockFlags = locks.first,
+            .secondLockFlags = locks.second,
+            .readback = std::exchange(state_.readback, 0),
+            .solutionTime = state_.gps.solutionTime(now)};
 }
 
 }  // namespace hxr::sim

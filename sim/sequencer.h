@@ -15,6 +15,7 @@
 #include "sim/status_record.h"
 #include "sim/tuning.h"
 #include "sim/unit_state.h"
+#include "sim/vco_tables.h"
 
 namespace hxr::sim {
 
@@ -29,6 +30,8 @@ class SequencerOutputs {
     virtual void stopStream() = 0;
     virtual void sendStream(std::uint32_t datagrams) = 0;
     virtual void pause(std::uint16_t ticks) = 0;
+    /// What the unit's VCOs settle on when they calibrate themselves. Called amid a word, so it must not wait.
+    virtual const VcoTables& vcoTables() = 0;
 };
 
 /// Runs command words in order on the unit's registers and modes, and notes what breaks the rules. Words run

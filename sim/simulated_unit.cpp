@@ -105,6 +105,9 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     ReplyPath replies;
     Request request;
     std::uint32_t sentDatagrams = 0;
+    const std::uint32_t serialNumber = options.identity.serialNumber;  ///< that the unit was made with
+    UnitCalibration::Image vcosOf;
+    std::optional<VcoTables> vcos;
     CaptureMaker captures;
     Generator generator;
     SampleTime nextSample{0};
@@ -149,6 +152,18 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     void onStop() override {
         replies.reset();
         streams.stop();
+    }
+
+    /// A unit without tuning data has VCOs like any other of its serial number.
+    const VcoTables& vcoTables() override {
+        auto image = trueImage();
+        if (vcos && image == vcosOf) return *vcos;
+        vcosOf = image;
+        if (!hasTuningData(*image)) {
+            image = std::make_shared<const std::vector<std::uint8_t>>(
+                makeSyntheticImage({.serialNumber = serialNumber, .pretest = false, .chamber = false}));
+        }
+        return vcos.emplace(std::move(image));
     }
 
     UnitCalibration::Image trueImage() const { return (nature ? *nature : flash).current(); }

@@ -104,6 +104,7 @@ std::array<std::uint8_t, statusRecordBytes> composeStatusRecord(const Identity& 
     const Bytes bytes(record);
 
     putLittle(bytes, 0, 4, magic);
+    putLittle(bytes, 8, 4, report.readback);
     putBig(bytes, 12, 4, identity.serialNumber);
     putFix(bytes.subspan(28, 92), fix, report.solutionTime);
 

@@ -94,6 +94,7 @@ struct UnitReport {
     std::uint8_t secondLockFlags = 0;
     /// Inputs whose converters were driven over their range since the last record, one bit each.
     std::uint8_t adcOverflow = 0;
+    std::uint32_t readback = 0;  ///< bytes that were latched for this record
     /// UTC for a fix whose clock follows the host.
     std::chrono::sys_seconds solutionTime{};
 };

@@ -13,7 +13,7 @@ SynthesizerRegisters::Set setOf(std::initializer_list<std::uint16_t> addresses) 
 
 }  // namespace
 
-// An address above the last register asks the chip to put a register on its read line.
+// An address above the last register is one to be read.
 void SynthesizerRegisters::write(std::uint16_t address, std::uint8_t value) {
     if (address >= size) return;
     values_[address] = value;

@@ -30,6 +30,9 @@ class SynthesizerRegisters {
     std::array<std::uint8_t, size> values_{};
 };
 
+/// Set in the address of a word that asks a synthesizer to put a register on its read line.
+inline constexpr std::uint16_t readRequest = 0x8000;
+
 /// Registers in the image of a channel's low synthesizer, and of the shared one, which is a chip of the same
 /// family.
 const SynthesizerRegisters::Set& lowAndSharedImage();

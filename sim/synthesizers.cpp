@@ -15,6 +15,7 @@ constexpr std::uint8_t offsetChip = 0x4D;
 
 /// Every tuning writes a synthesizer's integer divider, and every image ends with it.
 constexpr std::uint16_t integerDivider = 0x10;
+constexpr std::uint16_t highOutputDivider = 0x11;
 
 bool within(double vcoHz, double lowestHz, double highestHz) {
     return vcoHz >= lowestHz - vcoRoundingHz && vcoHz <= highestHz + vcoRoundingHz;
@@ -25,15 +26,48 @@ const char* tuned(const SynthesizerRegisters& chip, std::uint16_t address) {
     return "synthesizer tuned without its image";
 }
 
-const char* writeLowOrShared(SynthesizerRegisters& chip, std::uint16_t address, std::uint8_t value) {
-    // The reset stands in both end bits, so that it is understood in either bit order.
-    constexpr std::uint8_t resetBits = 0x81;
-    if (address == 0 && (value & resetBits) == resetBits) {
-        chip.reset();
-        return nullptr;
+// A bit of each chip that leaves the VCO's setting to the chip.
+bool lowChoosesVco(const SynthesizerRegisters& chip) { return (chip.at(0x34) & 0x80) != 0; }
+bool highChoosesVco(const SynthesizerRegisters& chip) { return (chip.at(0x20) & 0x80) != 0; }
+
+VcoSetting setOnLow(const SynthesizerRegisters& chip) {
+    return {static_cast<std::uint8_t>(chip.at(0x38) >> 4), chip.at(0x37),
+            static_cast<std::uint8_t>(chip.at(0x38) & 15)};
+}
+
+VcoSetting setOnHigh(const SynthesizerRegisters& chip) {
+    const int upper = chip.at(0x16), lower = chip.at(0x15);
+    return {static_cast<std::uint8_t>(upper >> 7 | (lower >> 6 & 1) << 1),
+            static_cast<std::uint8_t>((upper & 127) << 1 | lower >> 7), chip.at(0x35)};
+}
+
+/// A low or shared synthesizer gives its setting while it may choose it, and reading is switched on.
+std::uint8_t readOnLow(const SynthesizerRegisters& chip, std::uint16_t address, const VcoSetting& setting) {
+    const bool takesTable = (chip.at(0x20) & 8) != 0;
+    const bool readable = (chip.at(0x33) & 32) != 0;
+    const bool second = (chip.at(0x33) & 64) != 0;
+    if (takesTable || !readable) return 0;
+    if (address == 0x6F) return setting.a;
+    if (address == 0x6E) return second ? setting.c : setting.b;
+    return 0;
+}
+
+/// The upper two cores of a high synthesizer have a bias of their own; the other's register holds something else.
+std::uint8_t readOnHigh(std::uint16_t address, const VcoSetting& setting) {
+    const bool upperCores = (setting.a & 2) != 0;
+    const auto otherBias = static_cast<std::uint8_t>(~setting.c);
+    switch (address) {
+        case 0x5F:
+            return setting.a;
+        case 0x5E:
+            return setting.b;
+        case 0x59:
+            return upperCores ? otherBias : setting.c;
+        case 0x5A:
+            return upperCores ? setting.c : otherBias;
+        default:
+            return 0;
     }
-    chip.write(address, value);
-    return tuned(chip, address);
 }
 
 }  // namespace
@@ -46,22 +80,50 @@ std::optional<std::size_t> channelOfNibble(std::uint8_t nibble) {
 
 std::uint8_t nibbleOfChannel(std::size_t channel) { return nibbles.at(channel); }
 
-const char* Synthesizers::write(const ChipWrite& write) {
-    if (write.chip >= firstLowLo && write.chip < sharedLoChip) {
-        return writeLowOrShared(low_[static_cast<std::size_t>(write.chip - firstLowLo)], write.address,
-                                write.value);
+const char* Synthesizers::writeLowOrShared(SynthesizerRegisters& chip, const Read& place,
+                                           const ChipWrite& write) {
+    // The reset stands in both end bits, so that it is understood in either bit order.
+    constexpr std::uint8_t resetBits = 0x81;
+    if (write.address == 0 && (write.value & resetBits) == resetBits) {
+        chip.reset();
+        return nullptr;
     }
-    if (write.chip == sharedLoChip) return writeLowOrShared(shared_.chip(), write.address, write.value);
+    if ((write.address & readRequest) != 0) read_ = place;
+    chip.write(write.address, write.value);
+    return tuned(chip, write.address);
+}
+
+const char* Synthesizers::write(const ChipWrite& write) {
+    const auto address = static_cast<std::uint16_t>(write.address & ~readRequest);
+    if (write.chip >= firstLowLo && write.chip < sharedLoChip) {
+        const auto channel = static_cast<std::size_t>(write.chip - firstLowLo);
+        return writeLowOrShared(low_[channel], {Family::low, channel, address}, write);
+    }
+    if (write.chip == sharedLoChip)
+        return writeLowOrShared(shared_.chip(), {Family::shared, 0, address}, write);
     if (write.chip == ddsChip) shared_.dds().write(write.address, write.value);
     if (write.chip == offsetChip) shared_.writeOffsetChip(write.address, write.value);
     return nullptr;
 }
 
+// Two channels share a line, and the lowest bit tells which of them it is.
+const char* Synthesizers::leadHighLine(std::size_t channel, std::uint32_t bits) {
+    constexpr std::uint32_t led = 2;
+    highLine_.reset();
+    if (bits == 0) return nullptr;
+    if (bits != (led | (channel & 1))) return "read line led to no channel";
+    highLine_ = channel;
+    return nullptr;
+}
+
 const char* Synthesizers::write(const ChannelWrite& write) {
-    constexpr std::uint8_t synthesizerTransfer = 0;
+    constexpr std::uint8_t synthesizerTransfer = 0, readLineTransfer = 8;
     const auto channel = channelOfNibble(write.nibble);
+    if (channel && write.transfer == readLineTransfer) return leadHighLine(*channel, write.bits);
     if (!channel || write.transfer != synthesizerTransfer) return nullptr;
     const auto address = static_cast<std::uint16_t>(write.bits >> 8);
+    if ((address & readRequest) != 0)
+        read_ = {Family::high, *channel, static_cast<std::uint16_t>(address & ~readRequest)};
     high_[*channel].write(address, static_cast<std::uint8_t>(write.bits));
     return tuned(high_[*channel], address);
 }
@@ -72,7 +134,7 @@ const char* Synthesizers::apply() {
     return "DDS word that the chip wasn't told to take";
 }
 
-std::optional<double> Synthesizers::lowLoHz(std::size_t channel) const {
+std::optional<double> Synthesizers::lowVcoHz(std::size_t channel) const {
     constexpr double referenceHz = 125e6;
     constexpr double fractions = 32.0;
     const SynthesizerRegisters& chip = low_.at(channel);
@@ -82,7 +144,13 @@ std::optional<double> Synthesizers::lowLoHz(std::size_t channel) const {
     const int fraction = (chip.at(0x17) & 1) << 4 | chip.at(0x16) >> 4;
     const double vco = referenceHz * (chip.at(integerDivider) + fraction / fractions);
     if (!within(vco, 4e9, 8e9)) return std::nullopt;
-    return std::ldexp(vco, -(chip.at(0x24) >> 4 & 7));
+    return vco;
+}
+
+std::optional<double> Synthesizers::lowLoHz(std::size_t channel) const {
+    const auto vco = lowVcoHz(channel);
+    if (!vco) return std::nullopt;
+    return std::ldexp(*vco, -(low_.at(channel).at(0x24) >> 4 & 7));
 }
 
 bool Synthesizers::highLoFollows(std::size_t channel) const {
@@ -107,9 +175,47 @@ std::optional<double> Synthesizers::highLoHz(std::size_t channel, std::optional<
         output = *sharedHz * divider;
     }
     // The divider counts the output behind the VCO's own divider.
-    const double vco = std::ldexp(output, chip.at(0x11) >> 5);
+    const double vco = std::ldexp(output, chip.at(highOutputDivider) >> 5);
     if (!within(vco, 11e9, 22e9)) return std::nullopt;
     return output;
+}
+
+std::optional<VcoSetting> Synthesizers::lowVco(std::size_t channel, const VcoTables& tables) const {
+    const auto vco = lowVcoHz(channel);
+    if (!vco) return std::nullopt;
+    const SynthesizerRegisters& chip = low_.at(channel);
+    return lowChoosesVco(chip) ? tables.low(channel, *vco) : setOnLow(chip);
+}
+
+std::optional<VcoSetting> Synthesizers::sharedVco(const Expander& expander, const VcoTables& tables) const {
+    const auto vco = sharedVcoHz(expander);
+    if (!vco) return std::nullopt;
+    const SynthesizerRegisters& chip = shared_.chip();
+    return lowChoosesVco(chip) ? tables.shared(*vco) : setOnLow(chip);
+}
+
+std::optional<VcoSetting> Synthesizers::highVco(std::size_t channel, std::optional<double> sharedHz,
+                                                const VcoTables& tables) const {
+    const auto output = highLoHz(channel, sharedHz);
+    if (!output) return std::nullopt;
+    const SynthesizerRegisters& chip = high_.at(channel);
+    if (!highChoosesVco(chip)) return setOnHigh(chip);
+    return tables.high(channel, std::ldexp(*output, chip.at(highOutputDivider) >> 5));
+}
+
+std::optional<std::uint8_t> Synthesizers::readByte(const Expander& expander, const VcoTables& tables) const {
+    if (!read_) return std::nullopt;
+    const auto& [family, channel, address] = *read_;
+    switch (family) {
+        case Family::low:
+            return readOnLow(low_.at(channel), address, lowVco(channel, tables).value_or(VcoSetting{}));
+        case Family::shared:
+            return readOnLow(shared_.chip(), address, sharedVco(expander, tables).value_or(VcoSetting{}));
+        case Family::high:
+            break;
+    }
+    if (highLine_ != channel) return std::nullopt;
+    return readOnHigh(address, highVco(channel, sharedLoHz(expander), tables).value_or(VcoSetting{}));
 }
 
 }  // namespace hxr::sim

@@ -86,6 +86,8 @@ struct UnitState {
     bool flashReadMode = false;
     std::optional<std::uint16_t> selectedPage;
 
+    std::uint32_t readback = 0;  ///< bytes latched since the last status
+
     /// Of the unit's clock, since it was last set.
     std::chrono::seconds clockAhead{0};
 

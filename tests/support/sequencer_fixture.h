@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sim/sequencer.h"
+#include "sim/synthetic_image.h"
 
 namespace hxr::test {
 
@@ -22,7 +23,12 @@ class WrittenDown : public sim::SequencerOutputs {
     void sendStream(std::uint32_t count) override { text += "stream " + std::to_string(count) + ";"; }
     void pause(std::uint16_t ticks) override { text += "pause " + std::to_string(ticks) + ";"; }
 
+    const sim::VcoTables& vcoTables() override { return vcos; }
+
     std::string text;
+    /// Those of a unit with the default serial number.
+    inline static const sim::VcoTables vcos{std::make_shared<const std::vector<std::uint8_t>>(
+        sim::makeSyntheticImage({.pretest = false, .chamber = false}))};
 };
 
 /// A sequencer without a unit around it.

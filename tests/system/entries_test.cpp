@@ -75,7 +75,22 @@ TEST(Handles, AreCheckedBeforePointers) {
         [](int handle) { return hxrAdminInitFullBandLOs(handle, true, true); },
         [](int handle) { return hxrAdminReInitChans(handle); },
         [](int handle) { return hxrAdminSetVSGPatternDirect(handle, nullptr, -1); },
-        [](int handle) { return hxrAdminSetVSGAtten(handle, 8); }};
+        [](int handle) { return hxrAdminSetVSGAtten(handle, 8); },
+        [](int handle) { return hxrAdminGetFullBandIQ(handle, 4, true, 0, 7, nullptr, 0); },
+        [](int handle) { return hxrAdminGetFullBandIQ(handle, 4, true, 0, 7, nullptr, 0, true, nullptr); },
+        [](int handle) { return hxrAdminConfigureForCBBReadback(handle); },
+        [](int handle) {
+            unsigned char byte = 0;
+            return hxrAdminCBBReadback(handle, true, true, 4, -1, byte, byte, byte);
+        },
+        [](int handle) { return hxrAdminHasCBBData(handle, nullptr); },
+        [](int handle) { return hxrAdminHasPretestCorrections(handle, nullptr); },
+        [](int handle) { return hxrAdminHasChamberCorrections(handle, nullptr); },
+        [](int handle) { return hxrAdminSetCorrectionMode(handle, true); },
+        [](int handle) { return hxrAdminSetCorrectionIndex(handle, 7); },
+        [](int handle) { return hxrAdminSetLOFT(handle, 1, 1); },
+        [](int handle) { return hxrAdminManualLoadCorrections(handle, nullptr); },
+        [](int handle) { return hxrAdminSetDisableLOOnAbort(handle, true); }};
     for (const int handle : {-1, 0, 3, 4, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
         for (const auto& entry : entries) EXPECT_EQ(entry(handle), hxrInvalidDeviceErr) << handle;
     }
