@@ -51,7 +51,8 @@ int bandOf(const FullBandTuning& tuning) {
     return bandForFrequency(static_cast<float>(tuning.loHz - ifOffsetHz));
 }
 
-FullBandPlan planFullBand(const FullBandChannel& captured, const FullBandTuning* tuning, int blocks) {
+std::unique_ptr<FullBandPlan> planFullBand(const FullBandChannel& captured, const FullBandTuning* tuning,
+                                           int blocks) {
     return planWhole(captured.synthesizers, [&] {
         CommandList list;
         list.beginPacket();
@@ -61,7 +62,7 @@ FullBandPlan planFullBand(const FullBandChannel& captured, const FullBandTuning*
         list.append(words::statusRequest);
         list.expectData(static_cast<std::uint32_t>(blocks));
         list.expectStatus(1);
-        return FullBandPlan{std::move(list), captured.channel, blocks};
+        return std::make_unique<FullBandPlan>(FullBandPlan{std::move(list), captured.channel, blocks});
     });
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 #include "cal/correction_state.h"
@@ -43,6 +44,7 @@ int bandOf(const FullBandTuning& tuning);
 /// @param tuning  null: the channel stays as it is
 /// @param blocks  of 2048 samples, 1 to 255
 /// @throws std::bad_alloc
-FullBandPlan planFullBand(const FullBandChannel& captured, const FullBandTuning* tuning, int blocks);
+std::unique_ptr<FullBandPlan> planFullBand(const FullBandChannel& captured, const FullBandTuning* tuning,
+                                           int blocks);
 
 }  // namespace hxr

@@ -12,13 +12,12 @@ namespace {
 void configureFullBand(HXRDevice& device, const FullBandRequest& request) {
     const auto index = static_cast<std::size_t>(request.channel);
     std::int32_t& lastBand = device.lastBand[index];
-    device.fullBandPlan = std::make_unique<FullBandPlan>(
-        planFullBand({.synthesizers = device.loContext,
-                      .corrections = *device.corrections,
-                      .channel = request.channel,
-                      .delay = device.channelDelay[index],
-                      .lastBand = lastBand},
-                     request.reconfigure ? &request.tuning : nullptr, request.blocks));
+    device.fullBandPlan = planFullBand({.synthesizers = device.loContext,
+                                        .corrections = *device.corrections,
+                                        .channel = request.channel,
+                                        .delay = device.channelDelay[index],
+                                        .lastBand = lastBand},
+                                       request.reconfigure ? &request.tuning : nullptr, request.blocks);
     if (request.reconfigure) lastBand = bandOf(request.tuning);
     device.fullBandConfigured = true;
 }

@@ -70,6 +70,22 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     EXPECT_EQ(lowPower, hxrMemoryAllocationErr);
     EXPECT_FALSE(loaded);
 
+    // A capture and a readback: what isn't told leaves no trace, so that the next tuning loads the channel's synthesizer.
+    std::vector<float> samples(2 * 2048);
+    unsigned char byte = 0;
+    const auto isUntold = [&](std::size_t channel) {
+        return [&, channel](long granted) {
+            EXPECT_FALSE(device(opened).loContext.lowLoReady[channel]) << granted;
+            EXPECT_EQ(device(opened).lastBand[channel], 0) << granted;
+            EXPECT_EQ(device(opened).fullBandConfigured, channel == 2) << granted;
+        };
+    };
+    failEveryAllocation(
+        [&] { return hxrAdminGetFullBandIQ(opened, 1, false, 1e9, 0, samples.data(), 1, true, nullptr); },
+        isUntold(1));
+    failEveryAllocation([&] { return hxrAdminCBBReadback(opened, false, true, 2, 0, byte, byte, byte); },
+                        isUntold(2));
+
     // A slave that is initiated by itself, and a sweep on it through its master.
     ASSERT_EQ(hxrInitiate(1), hxrNoError);
     std::vector<int> enabled(16);
