@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <memory>
-#include <set>
+#include <sstream>
 #include <vector>
 
+#include "cal/correction_lookup.h"
 #include "cal/image.h"
 #include "sim/image_layout.h"
 #include "support/installation.h"
@@ -47,18 +47,30 @@ class Service : public test::Installation {
                                    bytes.a, bytes.b, bytes.c);
     }
 
+    /// Tunes all channels over the whole range, on their own LO and on the shared one, and tells how their own VCOs
+    /// stand then. Registers hold two bits of a high one's core.
+    std::vector<sim::VcoSetting> tune(sim::SimulatedUnit& unit) {
+        const sim::VcoTables vcos(std::make_shared<const std::vector<std::uint8_t>>(nature));
+        std::vector<sim::VcoSetting> settings;
+        std::vector<float> iq(4096);
+        EXPECT_EQ(hxrAdminInitFullBandLOs(handle, true, true), hxrNoError);
+        for (int step = 3; step <= 513; step += 5) {
+            const double loHz = step * 39'062'500.0;
+            const std::size_t channel = static_cast<std::size_t>(step) % 4;
+            for (const bool shared : {true, false}) {
+                EXPECT_EQ(hxrAdminGetFullBandIQ(handle, step % 4, shared, loHz, 0, iq.data(), 1), hxrNoError);
+                EXPECT_NEAR(unit.tuning(channel).loHz.value_or(0), loHz, 1e-3) << shared;
+            }
+            const sim::Synthesizers chips = unit.state().synthesizers;
+            const auto low = chips.lowVco(channel, vcos), high = chips.highVco(channel, std::nullopt, vcos);
+            settings.push_back(low.value_or(high.value_or(sim::VcoSetting{})));
+            if (!low) settings.back().a &= 3;
+        }
+        return settings;
+    }
+
     const std::vector<std::uint8_t> nature = test::imageFor(0);
 };
-
-/// Puts what is read back where the factory's table has it.
-void store(const Bytes& bytes, std::size_t section, std::size_t tables, std::size_t points, std::size_t at,
-           std::vector<std::uint8_t>& image) {
-    std::uint8_t* const first = image.data() + section + at;
-    const std::size_t plane = tables * points;
-    first[0] = bytes.a;
-    first[plane] = bytes.b;
-    first[2 * plane] = bytes.c;
-}
 
 TEST_F(Service, ReadsAllPointsBackAndTunesByThemAfterwards) {
     using namespace sim::layout;
@@ -66,89 +78,44 @@ TEST_F(Service, ReadsAllPointsBackAndTunesByThemAfterwards) {
     bool has = true;
     EXPECT_EQ(hxrAdminHasCBBData(handle, &has), hxrNoError);
     EXPECT_FALSE(has);
+    const auto settled = tune(unit);
     ASSERT_EQ(hxrAdminConfigureForCBBReadback(handle), hxrNoError);
     auto image = test::imageFor(0, {.cbb = false});
-    const auto fill = [&](Which which, std::size_t section, std::size_t tables, std::size_t points) {
-        const std::size_t first = which == Which::shared ? 4 : 0, last = which == Which::shared ? 5 : 4;
-        for (std::size_t table = first; table < last; ++table) {
-            for (std::size_t point = 0; point < points; ++point) {
-                Bytes bytes;
-                const int channel = static_cast<int>(table % 4);
-                ASSERT_EQ(readBack(which, channel, static_cast<int>(point), bytes), hxrNoError);
-                store(bytes, section, tables, points, table * points + point, image);
-            }
+    const auto fill = [&](Which which, std::size_t section, std::size_t tables, std::size_t table,
+                          std::size_t points) {
+        for (std::size_t point = 0; point < points; ++point) {
+            Bytes bytes;
+            ASSERT_EQ(readBack(which, static_cast<int>(table % 4), static_cast<int>(point), bytes),
+                      hxrNoError);
+            std::uint8_t* const place = image.data() + section + table * points + point;
+            place[0] = bytes.a;
+            place[tables * points] = bytes.b;
+            place[2 * tables * points] = bytes.c;
         }
     };
-    fill(Which::low, cbbLow, 5, cbbLowPoints);
-    fill(Which::shared, cbbLow, 5, cbbLowPoints);
-    fill(Which::high, cbbHigh, 4, cbbHighPoints);
-    constexpr std::size_t tableEnd = 16159, leader = 4;
-    for (std::size_t at = leader; at < tableEnd; ++at)
-        ASSERT_EQ(image[at], nature[at]) << at;  // all points of all planes
+    for (std::size_t channel = 0; channel < 4; ++channel) {
+        fill(Which::low, cbbLow, 5, channel, cbbLowPoints);
+        fill(Which::high, cbbHigh, 4, channel, cbbHighPoints);
+    }
+    fill(Which::shared, cbbLow, 5, 4, cbbLowPoints);
+    EXPECT_TRUE(std::equal(image.begin() + cbbLow, image.begin() + loftI, nature.begin() + cbbLow));
 
-    // Own and shared LO over the whole range, without the table and with it.
-    const sim::VcoTables vcos(std::make_shared<const std::vector<std::uint8_t>>(nature));
-    const auto tune = [&](bool byTable) {
-        EXPECT_EQ(hxrAdminInitFullBandLOs(handle, true, true), hxrNoError);
-        std::vector<float> iq(4096);
-        for (int step = 2; step <= 513; step += 7) {
-            const double loHz = step * 39'062'500.0;
-            const std::size_t channel = static_cast<std::size_t>(step) % 4;
-            for (const bool shared : {false, true}) {
-                ASSERT_EQ(
-                    hxrAdminGetFullBandIQ(handle, static_cast<int>(channel), shared, loHz, 0, iq.data(), 1),
-                    hxrNoError);
-                EXPECT_NEAR(unit.tuning(channel).loHz.value_or(0), loHz, 1e-3) << byTable << shared;
-                // Its VCO then stands where it had settled by itself at that point, or at the next below. Registers hold
-                // two bits of a high one's core.
-                const auto point = [](double vcoHz, double first, double spacing) {
-                    return first + spacing * std::floor((vcoHz - first) / spacing + 1e-6);
-                };
-                const sim::UnitState state = unit.state();
-                const auto& chips = state.synthesizers;
-                const auto sharedHz = chips.sharedLoHz(state.expander);
-                const bool high = loHz > 5.63e9;
-                if (high && (byTable || !shared)) {
-                    const double output = *chips.highLoHz(channel, shared ? sharedHz : std::nullopt);
-                    const auto settled =
-                        vcos.high(channel, point(output < 11e9 ? 2 * output : output, 11e9, 15'625'000));
-                    const auto set = *chips.highVco(channel, sharedHz, vcos);
-                    EXPECT_EQ(set.a & 3, settled.a & 3) << loHz << byTable << shared;
-                    EXPECT_EQ(set.b, settled.b) << loHz << byTable << shared;
-                    EXPECT_EQ(set.c, settled.c) << loHz << byTable << shared;
-                } else if (!high && !shared) {
-                    double vcoHz = loHz;
-                    while (vcoHz < 4e9) vcoHz *= 2;
-                    EXPECT_EQ(chips.lowVco(channel, vcos), vcos.low(channel, point(vcoHz, 4e9, 7'812'500)))
-                        << loHz << byTable;
-                }
-                if (shared && byTable) {
-                    // Its row is chosen for another temperature, which between two points may make it the upper.
-                    const double lower = point(*chips.sharedVcoHz(state.expander), 8e9, 15'625'000);
-                    const auto set = *chips.sharedVco(state.expander, vcos);
-                    EXPECT_TRUE(set == vcos.shared(lower) || set == vcos.shared(lower + 15'625'000)) << loHz;
-                }
-            }
-        }
-    };
-    tune(false);
     hxrCloseDevice(handle);
     unit.loadImage(image);
     ASSERT_EQ(connect(), hxrNoError);
     EXPECT_EQ(hxrAdminHasCBBData(handle, &has), hxrNoError);
     EXPECT_TRUE(has);
-    tune(true);
+    EXPECT_EQ(tune(unit), settled);
 }
 
 const Words waits = registerWords(0, "05000050 1 1 1 05000050 1 1 1 05000050 1 1 1");
 
-/// The words that read a synthesizer back; `readout` has a W for each wait.
+/// The words that read a synthesizer back, on top of `base` but for those of the sequencer; `readout` has a W for each wait.
 Words readWords(std::uint32_t base, const std::string& readout) {
     Words words;
     std::istringstream list(readout);
     for (std::string entry; list >> entry;) {
         const auto number = static_cast<std::uint32_t>(entry == "W" ? 0 : std::stoul(entry, nullptr, 16));
-        // Words for the sequencer stand as they are.
         const bool own = number >> 24 == 0x11 || number >> 24 == 0x1D;
         words = joined({words, entry == "W" ? waits : Words{own ? number : base + number}});
     }
@@ -253,80 +220,55 @@ TEST_F(Service, StoresWhatItIsTold) {
     ASSERT_EQ(connect(), hxrNoError);
     const CorrectionState& corrections = *device(handle).corrections;
     HXRCalData& image = *device(handle).corrections->image;
-    auto other = std::make_unique<HXRCalData>();
-    std::memcpy(other.get(), test::imageFor(1).data(), sizeof *other);
-    const auto before = std::make_unique<HXRCalData>(image);
-    const auto same = [](const HXRCalData& left, const HXRCalData& right, std::size_t from, std::size_t to) {
-        const auto a = cal::bytesOf(left), b = cal::bytesOf(right);
-        return std::equal(a.begin() + static_cast<long>(from), a.begin() + static_cast<long>(to),
-                          b.begin() + static_cast<long>(from));
-    };
+    auto other = std::make_unique<HXRCalData>(image);
+    std::ranges::fill(cal::bytesOf(*other), std::byte{5});
+    const auto chamber = [](const HXRCalData& of) { return cal::bytesOf(of).subspan(0x80000); };
+    const std::vector<std::byte> flash(chamber(image).begin(), chamber(image).end());
     bool has = false;
-    const auto index = [&](int set, HXRStatus status, int stored) {
-        EXPECT_EQ(hxrAdminSetCorrectionIndex(handle, set), status) << set;
-        EXPECT_EQ(corrections.manualTempIndex, stored) << set;
-        EXPECT_EQ(hxrInitiate(handle), hxrNoError);
-        EXPECT_EQ(corrections.tempIndex, std::min(stored, 5)) << set;
-        EXPECT_EQ(corrections.tempFraction, stored == 6 ? 1.0 : 0.0) << set;
+    const auto atIndex = [&](int index, double fraction) {
+        return hxrInitiate(handle) == hxrNoError && corrections.tempIndex == index &&
+               corrections.tempFraction == fraction;
     };
+    const int h = handle;
+    // Flash and cache stay as they are, and so does the pretest section.
+    const auto isLoaded = [&] {
+        return std::ranges::equal(chamber(image), chamber(*other)) && image.loftI[0][1] != 0x0505 &&
+               std::ranges::equal(chamber(device(handle).link->flashCopy()), flash);
+    };
+#define DO(expression) [&] { return expression; }
     const struct {
-        const char* what;
-        std::function<HXRStatus(int)> call;
         HXRStatus status;
+        std::function<HXRStatus()> call;
         std::function<bool()> holds;
     } cases[] = {
-        {"manual corrections", [](int h) { return hxrAdminSetCorrectionMode(h, true); }, hxrNoError,
-         [&] { return corrections.manualTemp; }},
-        {"offsets", [](int h) { return hxrAdminSetLOFT(h, -70'000, 70'000); }, hxrNoError,
-         [&] {
-             return corrections.loftOverride && corrections.loftOverrideI == -70'000 &&
-                    corrections.loftOverrideQ == 70'000;
-         }},
-        {"pretest", [&](int h) { return hxrAdminHasPretestCorrections(h, &has); }, hxrNoError,
-         [&] { return has; }},
-        {"no pretest",
-         [&](int h) {
-             image.loftI[0][0] = -1;
-             return hxrAdminHasPretestCorrections(h, &has);
-         },
-         hxrNoError, [&] { return !has; }},
-        {"chamber", [&](int h) { return hxrAdminHasChamberCorrections(h, &has); }, hxrNoError,
-         [&] { return has; }},
-        {"placeholders",
-         [&](int h) {
-             cal::buildDummyCorrections(image);
-             return hxrAdminHasChamberCorrections(h, &has);
-         },
-         hxrNoError, [&] { return has == (image.calDate != ~std::uint64_t{0}); }},
-        {"nothing to write to", [](int h) { return hxrAdminHasChamberCorrections(h, nullptr); }, hxrNoError,
-         [] { return true; }},
-        {"no pointer", [](int h) { return hxrAdminHasPretestCorrections(h, nullptr); }, hxrNullPointerErr,
-         [] { return true; }},
-        {"none for tuning data", [](int h) { return hxrAdminHasCBBData(h, nullptr); }, hxrNullPointerErr,
-         [] { return true; }},
-        {"no image", [](int h) { return hxrAdminManualLoadCorrections(h, nullptr); }, hxrNullPointerErr,
-         [&] { return !same(image, *other, 0x80000, sizeof image); }},
-        {"an image", [&](int h) { return hxrAdminManualLoadCorrections(h, other.get()); }, hxrNoError,
-         [&] {
-             return same(image, *other, 0x80000, sizeof image) && !same(image, *other, 0, 0x80000) &&
-                    same(device(handle).link->flashCopy(), *before, 0x80000, sizeof image);
-         }},
-        {"synthesizers kept", [](int h) { return hxrAdminSetDisableLOOnAbort(h, false); }, hxrNoError,
-         [&] { return !device(handle).disableLOOnAbort; }},
-        {"and off again", [](int h) { return hxrAdminSetDisableLOOnAbort(h, true); }, hxrNoError,
-         [&] { return device(handle).disableLOOnAbort; }},
+        {hxrNoError, DO(hxrAdminSetCorrectionMode(h, true)), DO(atIndex(0, 0))},
+        {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 4)), DO(atIndex(4, 0))},
+        {hxrSettingClamped, DO(hxrAdminSetCorrectionIndex(h, -1)), DO(atIndex(0, 0))},
+        {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 6)), DO(atIndex(5, 1))},
+        {hxrSettingClamped, DO(hxrAdminSetCorrectionIndex(h, 7)), DO(atIndex(5, 1))},
+        {hxrNoError, DO(hxrAdminSetCorrectionMode(h, false)), DO(!atIndex(5, 1))},
+        {hxrNoError, DO(hxrAdminSetLOFT(h, -70'000, 7)),
+         DO((lookupLoft(corrections, 2, 300) == LoftPair{-70'000, 7}))},
+        {hxrNoError, DO(hxrAdminHasPretestCorrections(h, &has)), DO(has)},
+        {hxrNoError, DO((image.loftI[0][0] = -1, hxrAdminHasPretestCorrections(h, &has))), DO(!has)},
+        {hxrNoError, DO(hxrAdminHasChamberCorrections(h, &has)), DO(has)},
+        {hxrNoError, DO((image.calDate = ~0ULL, hxrAdminHasChamberCorrections(h, &has))), DO(!has)},
+        {hxrNoError, DO(hxrAdminHasChamberCorrections(h, nullptr)), DO(!has)},
+        {hxrNullPointerErr, DO(hxrAdminHasPretestCorrections(h, nullptr)), DO(!has)},
+        {hxrNullPointerErr, DO(hxrAdminHasCBBData(h, nullptr)), DO(!has)},
+        {hxrNullPointerErr, DO(hxrAdminManualLoadCorrections(h, nullptr)),
+         DO(image.channelGainCode[0][0] != 5)},
+        {hxrNoError, DO(hxrAdminManualLoadCorrections(h, other.get())), DO(isLoaded())},
+        {hxrNoError, DO(hxrAdminSetDisableLOOnAbort(h, false)), DO(!device(h).disableLOOnAbort)},
+        {hxrNoError, DO(hxrAdminSetDisableLOOnAbort(h, true)), DO(device(h).disableLOOnAbort)},
     };
-    for (const auto& test : cases) {
-        EXPECT_EQ(test.call(handle), test.status) << test.what;
-        EXPECT_TRUE(test.holds()) << test.what;
+#undef DO
+    int row = 0;
+    for (const auto& [status, call, holds] : cases) {
+        EXPECT_EQ(call(), status) << row;
+        EXPECT_TRUE(holds()) << row;
+        ++row;
     }
-    index(0, hxrNoError, 0);
-    index(-1, hxrSettingClamped, 0);
-    index(4, hxrNoError, 4);
-    index(6, hxrNoError, 6);
-    index(7, hxrSettingClamped, 6);
-    EXPECT_EQ(hxrAdminSetCorrectionMode(handle, false), hxrNoError);
-    EXPECT_FALSE(corrections.manualTemp);
 }
 
 }  // namespace
