@@ -268,8 +268,8 @@ TEST_F(Stream, UnitThatLostMoreThanTheRingHoldsGoesOnBesideItsGroup) {
         return received.status;
     };
     // Not all at once: a unit that is silent for two seconds counts as lost.
-    for (int part = 0; part < 3; ++part) {
-        units[1]->loseStreamTurns(SampleRing::capacity / 2048 / 3 + 200);
+    for (int part = 0; part < 6; ++part) {
+        units[1]->loseStreamTurns(SampleRing::capacity / 2048 / 6 + 100);
         fetch();
     }
     while (losses == 0) fetch();

@@ -1,1 +1,0 @@
-// Nothing: the headers that the tests share are compiled with it.
