@@ -893,9 +893,9 @@ HXR_API HXRStatus hxrAdminManualLoadCorrections(int handle, const HXRCalData* da
  * @param attenuatorIndex  0 to 6, 5 dB each
  * @param iq               receives blocks x 2048 pairs of floats, I then Q, 1.0 being the digitiser's full scale
  * @param blocks           1 to 255
- * @param reconfigure      false: nothing is tuned, and of what is said above only iq and blocks count
+ * @param reconfigure      false: nothing is tuned; fullBand, loHz and taps are not looked at
  * @param taps             63 pairs of floats, first rail then second, -1.0 to 1.0: the filter that the channel runs; null:
- *                         the one that its corrections ask for. What is longer than full scale is cut.
+ *                         the one that its corrections ask for. Larger values are limited.
  * @return hxrInvalidDeviceErr; hxrNullPointerErr for iq; hxrInvalidParameterErr; hxrInvalidConfigurationErr while a sweep
  *         or a stream is configured, with nothing sent; hxrConnectionLostErr, with zeros for what has not come;
  *         hxrDataSyncErr, hxrADCAlignmentErr and, as warnings, hxrADCOverflow and hxrSettingClamped, for loHz, each

@@ -38,7 +38,8 @@ HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq)
         !captureBlockLimits.contain(request.blocks)) {
         return hxrInvalidParameterErr;
     }
-    const HXRStatus limited = storeWithin(fullBandLoLimits, request.tuning.loHz, request.tuning.loHz);
+    double& loHz = request.tuning.loHz;
+    const HXRStatus limited = request.reconfigure ? storeWithin(fullBandLoLimits, loHz, loHz) : hxrNoError;
     if (limited < 0) return limited;
     if (device.sweepConfigured || device.streamConfigured) return hxrInvalidConfigurationErr;
     const std::unique_lock control(device.acquisitionMutex, std::try_to_lock);

@@ -11,7 +11,7 @@ namespace hxr {
 struct FullBandRequest {
     int channel;
     int blocks;        ///< of 2048 samples
-    bool reconfigure;  ///< false: the channel stays as it is, and `tuning` is not looked at beyond its limits
+    bool reconfigure;  ///< false: the channel stays as it is, and of `tuning` the attenuator alone is checked
     FullBandTuning tuning;
 };
 

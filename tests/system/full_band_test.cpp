@@ -179,7 +179,7 @@ TEST_F(FullBand, TunesAsTheFormAsks) {
     }
     // As it was tuned, with another number of blocks.
     for (const int blocks : {255, 1}) {
-        const Words words = wordsOf([&] { return take(1, true, 3e9, blocks, 6, false); });
+        const Words words = wordsOf([&] { return take(1, true, -1, blocks, 6, false); });
         EXPECT_EQ(words, joined({{0x12000000U + static_cast<std::uint32_t>(blocks)}, statusBehind}));
     }
     EXPECT_EQ(unit.tuning(1).loHz, loHz);
@@ -195,17 +195,16 @@ TEST_F(FullBand, RefusesAndChangesNothing) {
     constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
     const struct {
         int channel, attenuator, blocks;
-        double loHz;
-    } cases[] = {{-1, 0, 1, 1e9}, {4, 0, 1, 1e9},  {0, -1, 1, 1e9},  {0, 7, 1, 1e9},
-                 {0, 0, 0, 1e9},  {0, 0, -1, 1e9}, {0, 0, 256, 1e9}, {0, 0, 1, notANumber}};
+    } cases[] = {{-1, 0, 1}, {4, 0, 1}, {0, -1, 1}, {0, 7, 1}, {0, 0, 0}, {0, 0, -1}, {0, 0, 256}};
     forgetWhatWasSent(unit);
-    for (const auto& [channel, attenuator, blocks, loHz] : cases) {
+    for (const auto& [channel, attenuator, blocks] : cases) {
         for (const bool reconfigure : {true, false}) {
-            EXPECT_EQ(take(channel, false, loHz, blocks, attenuator, reconfigure), hxrInvalidParameterErr)
-                << channel << attenuator << blocks << loHz;
+            EXPECT_EQ(take(channel, false, 1e9, blocks, attenuator, reconfigure), hxrInvalidParameterErr)
+                << channel << attenuator << blocks;
             EXPECT_EQ(iq.front(), untouched);
         }
     }
+    EXPECT_EQ(take(0, false, notANumber), hxrInvalidParameterErr);
     EXPECT_EQ(hxrAdminGetFullBandIQ(handle, 4, false, 1e9, 0, nullptr, 1), hxrNullPointerErr);
     EXPECT_EQ(hxrAdminGetFullBandIQ(handle, 0, false, 1e9, 0, nullptr, 1, false, nullptr), hxrNullPointerErr);
     EXPECT_EQ(device(handle).fullBandPlan, nullptr);
