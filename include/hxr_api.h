@@ -390,13 +390,14 @@ HXR_API HXRStatus hxrSetStreamAtten(int handle, int atten);
 
 /**
  * Sets the sample rate: 50 MS/s divided by a power of two, 1 to 256. 1 at first. The unit divides by up to 4, this host
- * by what remains; VRT packets stay at the unit's rate.
+ * by what remains; VRT packets stay at the unit's rate. A bandwidth that was narrowed for a lower rate is to be set again.
  * @return hxrInvalidParameterErr
  */
 HXR_API HXRStatus hxrSetStreamSampleRate(int handle, int decimation);
 
 /**
- * Sets the bandwidth, 20 kHz to 40 MHz, in Hz; 40 MHz at first. hxrInitiate narrows it to 0.8 of the sample rate.
+ * Sets the bandwidth, 20 kHz to 40 MHz, in Hz; 40 MHz at first. hxrInitiate narrows it to 0.8 of the sample rate; so
+ * narrowed it stays, also for a higher rate, until it is set again.
  * @return hxrInvalidParameterErr for a NaN; hxrSettingClamped
  */
 HXR_API HXRStatus hxrSetStreamBandwidth(int handle, double hz);
@@ -478,9 +479,12 @@ HXR_API HXRStatus hxrStreamParameters(int handle, int* channelCount, double* sam
  * @param buffers           one for each streaming channel, lowest first, with room for `count` samples: pairs of 16-bit
  *                          integers, or of floats whose squared magnitude is the power in mW, or with full scale 1.0
  * @param count             0 or more, also more than the library keeps
- * @param nanoseconds       receives the time of the first sample, since 1970 in UTC once GPS has told it; may be null
- * @param purge             1 first throws away all that is kept, and the warnings that are told once
- * @param sampleLoss        receives 1 if kept samples were lost since the last call, else 0; may be null
+ * @param nanoseconds       receives the time of the first sample, since 1970 in UTC once GPS has told it; may be null;
+ *                          left as it is by a call for no samples
+ * @param purge             1 first throws away all that is kept, and the warnings that are told once, but not
+ *                          `sampleLoss`
+ * @param sampleLoss        receives 1 if kept samples were lost since the last call, else 0; may be null. The gap lies
+ *                          before, within or right behind the samples of this call.
  * @param samplesRemaining  receives how many samples of each channel are left; may be null
  * @param triggers          receives the places of triggers, counted from the first sample, perhaps with a fraction; -1.0
  *                          behind the last one. May be null if `triggerBufSize` is 0.
@@ -495,7 +499,8 @@ HXR_API HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t*
 
 /**
  * Gives the linear factor that brings the full-scale samples of a streaming channel to their calibrated level, as
- * the last hxrInitiate found it. Works with streams to this host and with VRT.
+ * the last hxrInitiate found it. Works with streams to this host and with VRT. It is exact on channels at the shared
+ * frequency; on others as far as the unit's gain is set alike at both frequencies.
  *
  * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidConfigurationErr if the group isn't initiated with a
  *         stream; hxrInvalidParameterErr for a channel that doesn't stream

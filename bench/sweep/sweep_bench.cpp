@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "api/device_table.h"
-#include "counted_allocations.h"
 #include "device/hxr_device.h"
 #include "hxr_api.h"
 #include "sim/simulated_unit.h"
+#include "support/allocation.h"
 #include "sweep/sweep_fft.h"
 #include "sweep/sweep_plan.h"
 #include "thread_times.h"
@@ -201,14 +201,14 @@ void measureAllocations(const Bench& bench) {
         return bench::workOfThread(thread) == ThreadWork::unit;
     };
     bench.set(fullRange);
-    bench::countAllocations(ofTheUnit);
+    test::countAllocations(ofTheUnit);
     bench.initiate();
-    const bench::Allocations atStart = bench::takeAllocations();
+    const test::Allocations atStart = test::takeAllocations();
     std::vector<float> trace = bench.trace();
     for (int i = 0; i < before; ++i) bench.sweep(trace);
-    bench::countAllocations(ofTheUnit);
+    test::countAllocations(ofTheUnit);
     for (int i = 0; i < counted; ++i) bench.sweep(trace);
-    const bench::Allocations inSweeps = bench::takeAllocations();
+    const test::Allocations inSweeps = test::takeAllocations();
     bench.abort();
     std::printf(
         "allocations by the host: %ld by that initiate, %.2f by a sweep; by the simulated unit %.2f\n",

@@ -87,7 +87,7 @@ HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char*
 
 HXRStatus DeviceTable::close(HXRDevice& device) {
     if (device.isSlave) return hxrMultiReceiverErr;
-    abortForGood(device);
+    abort(device, IdleLo::off);
     for (const HXRDevice* slave : device.slaves) slotOf(slave)->reset();
     slotOf(&device)->reset();
     return hxrNoError;

@@ -9,7 +9,7 @@ namespace hxr {
 HXRDevice::HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock)
     : clock(&unitClock), link(std::move(unitLink)), corrections(&link->corrections()) {}
 
-HXRDevice::~HXRDevice() { abortForGood(*this); }
+HXRDevice::~HXRDevice() { abort(*this, IdleLo::off); }
 
 std::vector<HXRDevice*> groupUnits(HXRDevice& device) {
     std::vector<HXRDevice*> units{&device};

@@ -94,19 +94,22 @@ void becomeIdle(HXRDevice& master) {
     master.vsgConfigured = false;
 }
 
-CommandList stopWords(HXRDevice& unit, IdleLo idle) {
-    CommandList list = singlePacket(
-        {noOperation, noOperation, noOperation, words::streamStop(unit.link->data().localPort())});
-    list.append(generatorOffWords);
-    if (idle == IdleLo::off) list.append(buildLoOff(unit.loContext));
-    list.append({words::pause(words::pauseTicks(10'000.0)), noOperation, noOperation});
-    return list;
+/// Built without a list: what stops a unit must not depend on there being memory.
+void stopUnit(HXRDevice& unit, IdleLo idle) {
+    std::array<words::Word, wordsPerPacket> packet{};  // no-operations
+    auto next = packet.begin() + 3;
+    *next++ = words::streamStop(unit.link->data().localPort());
+    next = std::ranges::copy(generatorOffWords, next).out;
+    if (idle == IdleLo::off) next = std::ranges::copy(buildLoOff(unit.loContext), next).out;
+    *next = words::pause(words::pauseTicks(10'000.0));
+    unit.link->sendPacket(packet);
 }
 
-/// What was planned and never told has left the synthesizers' state out of step: their images are loaded anew.
-void forgetImages(HXRDevice& master) {
-    master.loContext.lowLoReady.fill(false);
-    for (HXRDevice* slave : master.slaves) slave->loContext.lowLoReady.fill(false);
+/// What was planned and never told has left this host's picture of the unit out of step: the synthesizers' images are
+/// loaded anew, and the clock is set.
+void forgetPlan(HXRDevice& unit) {
+    unit.loContext.lowLoReady.fill(false);
+    unit.link->forgetTimeSeed();
 }
 
 /// Plans something of a group and starts it or makes its engine.
@@ -116,14 +119,15 @@ HXRStatus tryToConfigure(HXRDevice& master, HXRStatus (*configure)(HXRDevice&)) 
     } catch (const std::bad_alloc&) {
     } catch (const std::system_error&) {  // no thread to be had
     }
-    forgetImages(master);
+    forgetPlan(master);
+    for (HXRDevice* slave : master.slaves) forgetPlan(*slave);
     return hxrMemoryAllocationErr;
 }
 
 /// Nothing goes on behind an initiate that failed.
 void abortWhatRuns(HXRDevice& master) {
     master.initiated = true;
-    abortForGood(master);
+    abort(master, IdleLo::off);
 }
 
 }  // namespace
@@ -158,27 +162,13 @@ HXRStatus initiate(HXRDevice& device) {
     return result;
 }
 
-HXRStatus abort(HXRDevice& device, IdleLo idle) {
+HXRStatus abort(HXRDevice& device, IdleLo idle) noexcept {
     if (!device.initiated) return hxrNoError;
-    // Made before anything ends, so that there is memory for all of it or for nothing.
-    const std::vector<HXRDevice*> units = groupUnits(device);
-    std::vector<CommandList> lists;
-    lists.reserve(units.size());
-    for (HXRDevice* unit : units) lists.push_back(stopWords(*unit, idle));
-
     endEngines(device);
-    for (std::size_t i = 0; i < units.size(); ++i) units[i]->link->sendList(lists[i]);
+    stopUnit(device, idle);
+    for (HXRDevice* slave : device.slaves) stopUnit(*slave, idle);
     becomeIdle(device);
     return device.link->lastStatus();
-}
-
-void abortForGood(HXRDevice& device) noexcept {
-    try {
-        abort(device, IdleLo::off);
-    } catch (const std::bad_alloc&) {
-        endEngines(device);
-        becomeIdle(device);
-    }
 }
 
 }  // namespace hxr

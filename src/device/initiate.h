@@ -18,11 +18,6 @@ HXRStatus initiate(HXRDevice& device);
 
 /// Ends everything that runs in a group, through its master; nothing on an idle one.
 /// @return `hxrNoError` if the group was idle, else the master's link status; it is idle then whatever that says
-/// @throws std::bad_alloc, with nothing done
-HXRStatus abort(HXRDevice& device, IdleLo idle);
-
-/// Aborts a group whose master is about to go, synthesizers off. Without memory for the words that stop them its units
-/// run on until somebody connects to them; on this host nothing does.
-void abortForGood(HXRDevice& device) noexcept;
+HXRStatus abort(HXRDevice& device, IdleLo idle) noexcept;
 
 }  // namespace hxr

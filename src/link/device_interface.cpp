@@ -26,8 +26,10 @@ DeviceInterface::DeviceInterface(std::unique_ptr<UDPDevice> control, std::unique
       cache_(std::move(folder)),
       control_(std::move(control)),
       data_(std::move(data)),
+      statusRequest_(singlePacket({words::statusRequest})),
       flashCopy_(platform::makeAligned<HXRCalData>()) {
     corrections_.image = platform::makeAligned<HXRCalData>();
+    statusRequest_.expectStatus(1);
     cal::buildDummyCorrections(*corrections_.image);
     cal::fillErased(*flashCopy_);
 }
@@ -38,15 +40,18 @@ DeviceInterface::~DeviceInterface() {
 
 bool DeviceInterface::sendList(const CommandList& list) {
     for (std::size_t position = 0; position < list.packetCount(); ++position) {
-        control_->send(requestSlot, list.packet(position).data());
-        const bool lost = control_->lost();
-        const std::size_t sent = control_->waitSend(requestSlot);
-        if (lost || sent != sendBytes) {
-            loseLink();
-            return false;
-        }
+        if (!sendPacket(list.packet(position).first<wordsPerPacket>())) return false;
     }
     return true;
+}
+
+bool DeviceInterface::sendPacket(std::span<const std::uint32_t, wordsPerPacket> words) {
+    control_->send(requestSlot, words.data());
+    const bool lost = control_->lost();
+    const std::size_t sent = control_->waitSend(requestSlot);
+    if (!lost && sent == sendBytes) return true;
+    loseLink();
+    return false;
 }
 
 DeviceInterface::Answers DeviceInterface::request(const CommandList& list) {
@@ -70,9 +75,7 @@ std::optional<std::span<const std::byte>> DeviceInterface::requestOne(const Comm
 
 bool DeviceInterface::readStatus(StatusRecord* record) {
     if (record == nullptr) return false;
-    CommandList list = singlePacket({words::statusRequest});
-    list.expectStatus(1);
-    const auto datagram = requestOne(list);
+    const auto datagram = requestOne(statusRequest_);
     if (!datagram) return false;
     *record = StatusRecord(*datagram);
     return true;

@@ -60,6 +60,10 @@ class DeviceInterface {
     /// @return false if the link is lost; the packets behind the failing one are not sent
     bool sendList(const CommandList& list);
 
+    /// Sends one packet's words, which needs no memory.
+    /// @return false if the link is lost
+    bool sendPacket(std::span<const std::uint32_t, wordsPerPacket> words);
+
     /// What a list has caused, in buffers that stay until the next request. What is missing has lost the link.
     struct Answers {
         bool complete;
@@ -69,7 +73,7 @@ class DeviceInterface {
     /// Sends a list that causes at most 256 datagrams, and waits up to 4000 ms for each 64 of them.
     Answers request(const CommandList& list);
 
-    /// Asks for one status record and waits up to 4000 ms for it.
+    /// Asks for one status record and waits up to 4000 ms for it; needs no memory.
     /// @return false for a null pointer, without touching the link, or if the link is lost; `record` is then
     ///         as it was
     bool readStatus(StatusRecord* record);
@@ -98,6 +102,8 @@ class DeviceInterface {
     /// Appends the words that set these registers, if nobody has done so, from a status record. Good or bad, the fix
     /// counts; without a record nothing is appended.
     void appendTimeSeed(CommandList& list);
+    /// What the last `appendTimeSeed` appended was never sent.
+    void forgetTimeSeed() { timeSeeded_ = false; }
     /// The flash as read, and what a cache file held; 0xFF where nothing was read.
     const HXRCalData& flashCopy() const { return *flashCopy_; }
     /// Where this host keeps the unit's files.
@@ -124,6 +130,7 @@ class DeviceInterface {
     std::unique_ptr<UDPDevice> control_;
     std::unique_ptr<UDPDevice> data_;
     bool timeSeeded_ = false;
+    CommandList statusRequest_;
     platform::AlignedPointer<HXRCalData> flashCopy_;
 };
 

@@ -62,10 +62,10 @@ void SampleRing::skipToNewest() {
     std::int64_t newest = readPosition_;
     for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) newest = std::max(newest, written_[unit]);
     for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) {
-        if (offTrack_[unit]) written_[unit] = newest;
+        if (std::exchange(offTrack_[unit], false)) written_[unit] = newest;
     }
     moveReadPosition(newest);
-    triggers_.clear();
+    std::erase_if(triggers_, [&](double position) { return position < static_cast<double>(newest); });
 }
 
 void SampleRing::setClock(std::uint64_t batchTime, std::int64_t batchStart) {
@@ -78,15 +78,13 @@ void SampleRing::push(std::size_t unit, const Blocks& blocks) {
     std::int64_t start;
     {
         Lock lock(mutex_);
-        start = written_[unit];
-        if (start + samples - readPosition_ >= capacity) {
-            pulled_.wait(lock, [this] { return !pulling_; });
-            if (start + samples - readPosition_ >= capacity) {
-                skipToNewest();
-                start = written_[unit];
-                overflowed_ = true;
-            }
+        const auto thereIsRoom = [&] { return written_[unit] + samples - readPosition_ < capacity; };
+        pulled_.wait(lock, [&] { return !pulling_ || thereIsRoom(); });
+        if (!thereIsRoom()) {
+            skipToNewest();
+            overflowed_ = true;
         }
+        start = written_[unit];
         if (unit == layout_.clockUnit) {
             if (blocks.time) setClock(*blocks.time, start);
             const double trigger = static_cast<double>(start) + blocks.trigger.value_or(0);

@@ -113,8 +113,11 @@ class UnitStream {
             processBatch(received);
             request(slot);
         }
-        for (int i = 0; i < requestsUnderWay && !collect(slot)->timedOut; ++i)
-            slot = (slot + 1) % requestsUnderWay;
+        for (int i = 0; i < requestsUnderWay; ++i, slot = (slot + 1) % requestsUnderWay) {
+            if (!collect(slot)->timedOut) continue;
+            link_.loseLink();
+            return;  // nothing can come any more
+        }
     }
 
   private:

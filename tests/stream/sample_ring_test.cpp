@@ -126,6 +126,47 @@ TEST(SampleRing, GivesTimesAndTriggersOfWhatItGives) {
     unit.push(1, 7.0, 5'000'000);
     EXPECT_EQ(reader.pull(10, triggers).time, 5'000'000U + 8 * 2048 * 20);
     EXPECT_EQ(triggers[0], 7);
+
+    // What there is no room for is lost, what lies behind what is pulled waits, and a purge takes it.
+    for (const double place : {1.0, 2.0, 3.0}) unit.push(1, place);
+    pulled = reader.pull(2 * 2048 - 10 + 100, std::span(triggers).first(1));
+    ASSERT_EQ(pulled.triggers, 1U);
+    EXPECT_EQ(triggers[0], 2048 - 10 + 1);
+    ring.purge();
+    unit.push(1, 4.0);
+    ASSERT_EQ(reader.pull(2048, triggers).triggers, 1U);
+    EXPECT_EQ(triggers[0], 4);
+}
+
+TEST(SampleRing, FirstUnitThatStreamsSetsTheClock) {
+    const StreamLayout layout(streaming({5, 8}, 3));
+    SampleRing ring(layout, false, nsPerSample);
+    Unit second(ring, layout, 1), third(ring, layout, 2);
+    Reader reader(ring, layout);
+    third.push(2, 50.0, 9'000'000);
+    second.push(1, 60.0);
+    std::array<double, 2> triggers{};
+    const auto pulled = reader.pull(4096, triggers);
+    EXPECT_EQ(pulled.samples, 2048);
+    EXPECT_EQ(pulled.time, 1'000'000U);
+    ASSERT_EQ(pulled.triggers, 1U);
+    EXPECT_EQ(triggers[0], 60);
+}
+
+TEST(SampleRing, GoesRoundWithoutASeam) {
+    const StreamLayout layout(streaming({0, 3}, 1));
+    SampleRing ring(layout, false, nsPerSample);
+    Unit unit(ring, layout, 0);
+    Reader reader(ring, layout);
+    constexpr std::int64_t apart = 100'003;  // no divisor of the ring's length
+    for (std::int64_t position = 0; position < SampleRing::capacity + 3 * apart; position += apart) {
+        while (ring.available() < apart) unit.push(64);
+        ASSERT_EQ(reader.pull(apart).samples, apart);
+        if (position > SampleRing::capacity - 2 * apart) {
+            ASSERT_TRUE(reader.holds(position, apart)) << position;
+        }
+    }
+    EXPECT_FALSE(ring.takeOverflow());
 }
 
 TEST(SampleRing, ConvertsToWhatIsAskedFor) {
@@ -174,12 +215,15 @@ TEST(SampleRing, LosesEverythingAtOnceWhenItIsNotReadInTime) {
     EXPECT_FALSE(ring.takeOverflow());
     const std::int64_t kept = ring.available();
     unit.push(64, 5.0);
+    ring.purge();  // doesn't hide the loss
+    unit.push(64, 5.0);
     EXPECT_TRUE(ring.takeOverflow());
     EXPECT_FALSE(ring.takeOverflow());
     EXPECT_EQ(ring.available(), batch);
     const auto pulled = reader.pull(2048, triggers);
-    EXPECT_TRUE(reader.holds(kept + 1000, 2048));
-    EXPECT_EQ(pulled.time, 1'000'000U + static_cast<std::uint64_t>(kept + 1000) * 20);
+    const std::int64_t first = 1000 + kept + batch;
+    EXPECT_TRUE(reader.holds(first, 2048));
+    EXPECT_EQ(pulled.time, 1'000'000U + static_cast<std::uint64_t>(first) * 20);
     ASSERT_EQ(pulled.triggers, 1U);
     EXPECT_EQ(triggers[0], 5);
 }

@@ -236,7 +236,25 @@ TEST_F(StreamPlan, OwnFrequenciesTakeTheFineGrid) {
     for (const auto& [hz, loHz, band] : cases) {
         makeGroup(1, {2});
         master().channelFreq[2] = hz;
+        // Gain and offsets are those of the shared frequency, the level is that of the channel's own.
+        master().sharedFreq = 9e9;
+        master().streamAtten = 3;
         const Words words = packetOf(planStream(master())[0].config, 2);
+        const CorrectionState& corrections = *master().corrections;
+        constexpr int sharedIndex = 231;
+        const int index = frequencyIndexFor(hz + 23'437'500);
+        const LoftPair loft = lookupLoft(corrections, 2, sharedIndex);
+        const auto frontEnd = buildFrontEndImage({.channel = 2,
+                                                  .band = band,
+                                                  .attenuatorDb = 15,
+                                                  .gainCode = lookupGainCode(corrections, 2, sharedIndex),
+                                                  .loftI = loft.i,
+                                                  .loftQ = loft.q});
+        EXPECT_TRUE(contains(words, Words(frontEnd.begin(), frontEnd.end()))) << hz;
+        const ResponseFilter filter = buildResponseFilter(corrections, false, 2, 0.0, band == 0 ? 0 : index);
+        EXPECT_FLOAT_EQ(static_cast<float>(20 * std::log10(master().streamCorrection[2])),
+                        static_cast<float>(lookupGain(corrections, 2, 3, index) + filter.gainDb))
+            << hz;
         LoContext context;
         EXPECT_TRUE(contains(words, retuneChannelLo(context, 2, band, loHz, false, IdleHighLo::off))) << hz;
         const double offset = band == 0 ? -hz : loHz - hz;
@@ -244,6 +262,19 @@ TEST_F(StreamPlan, OwnFrequenciesTakeTheFineGrid) {
         const auto low = static_cast<std::uint32_t>(counts), high = static_cast<std::uint32_t>(counts >> 32);
         EXPECT_TRUE(contains(words, {0x04020304, low, high & 0x3FFFFFFF, 0, 0})) << hz;
         EXPECT_FALSE(contains(words, {0x0402030E})) << hz;
+    }
+}
+
+TEST_F(StreamPlan, BandwidthStaysNarrowedUntilItIsSetAgain) {
+    makeGroup(1, {1});
+    HXRDevice& unit = master();
+    for (const auto& [decimation, hardware] : {std::pair(8, 4), std::pair(1, 1)}) {
+        unit.decimation = decimation;
+        unit.hardwareDecimation = hardware;
+        unit.hostDecimation = decimation / hardware;
+        planStream(unit);
+        EXPECT_EQ(unit.hardwareBandwidth, 10e6);
+        EXPECT_EQ(unit.outputBandwidth, 5e6);
     }
 }
 

@@ -93,13 +93,13 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), 5), hxrNoError);
     ASSERT_EQ(hxrSetSweepStartStop(opened, 1e9, 1.1e9), hxrNoError);
     ASSERT_EQ(hxrSetSweepCoupling(opened, 1e6, 1e6, 1e-6), hxrNoError);
-    const auto isIdle = [&](bool idle) {
-        return device(opened).initiated != idle && (device(opened).sweepEngine == nullptr) == idle;
+    const auto isIdle = [&] {
+        return !device(opened).initiated && device(opened).sweepEngine == nullptr &&
+               device(opened).streamEngine == nullptr;
     };
     failEveryAllocation([&] { return hxrInitiate(opened); },
-                        [&](long granted) { EXPECT_TRUE(isIdle(true)) << granted; });
-    failEveryAllocation([&] { return hxrAbort(opened); },
-                        [&](long granted) { EXPECT_TRUE(isIdle(false)) << granted; });
+                        [&](long granted) { EXPECT_TRUE(isIdle()) << granted; });
+    ASSERT_EQ(hxrAbort(opened), hxrNoError);
 
     // A stream of both units, with the host's filter: whatever fails, no unit is left streaming.
     enabled[0] = enabled[6] = 1;
@@ -107,14 +107,31 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     ASSERT_EQ(hxrSetStreamSampleRate(opened, 8), hxrNoError);
     failEveryAllocation([&] { return hxrInitiate(opened); },
                         [&](long granted) {
-                            EXPECT_TRUE(isIdle(true)) << granted;
-                            EXPECT_EQ(device(opened).streamEngine, nullptr) << granted;
+                            EXPECT_TRUE(isIdle()) << granted;
                             for (const auto& unit : units) {
                                 datagramsAt(*unit);
                                 EXPECT_FALSE(unit->state().streaming) << granted;
                             }
                         });
     ASSERT_EQ(hxrAbort(opened), hxrNoError);
+
+    // The stream's own threads need no memory at all, nor does an abort: not for a stream that units send by themselves.
+    test::starve([](std::string_view thread) { return thread == "Stream Thread"; });
+    EXPECT_EQ(hxrInitiate(opened), hxrNoError);
+    test::starve(nullptr);
+    ASSERT_EQ(hxrAbort(opened), hxrNoError);
+    ASSERT_EQ(hxrAbort(1), hxrNoError);
+    ASSERT_EQ(hxrSetStreamMode(opened, 1), hxrNoError);
+    ASSERT_EQ(hxrInitiate(opened), hxrNoError);
+    EXPECT_TRUE(units[1]->state().streaming);
+    test::grantAllocations(0);
+    const HXRStatus aborted = hxrAbort(opened);
+    test::grantAllAllocations();
+    EXPECT_EQ(aborted, hxrNoError);
+    for (const auto& unit : units) {
+        datagramsAt(*unit);
+        EXPECT_FALSE(unit->state().streaming);
+    }
     enabled[0] = enabled[6] = 0;
     ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), 5), hxrNoError);
 

@@ -162,17 +162,19 @@ TEST_F(StreamedAir, TimeStampsAreThoseOfTheSamples) {
     constexpr double hz = 2.4e9;
     tune(hz, true);
     for (int decimation = 1; decimation <= 256; decimation *= 2) {
-        // Carriers that were in phase at the beginning of 1970, a power of two to the rate.
-        const double apart = 6.25e6 / decimation;
-        hear({hz - apart / 2, hz + apart / 2});
-        const std::uint64_t time = listen({0, 5}, decimation);
-        constexpr std::uint64_t second = 1'000'000'000;
-        const double periods = static_cast<double>(time / second) * std::fmod(apart, 1) +
-                               static_cast<double>(time % second) * 1e-9 * apart;
-        for (std::size_t i = 0; i < 2; ++i) {
-            const double phase = std::arg(line(i, hz + apart / 2) / line(i, hz - apart / 2)) / turn;
-            const double late = std::remainder(phase - periods, 1);
-            EXPECT_NEAR(late / apart * rate, 0, 0.02) << "samples, at decimation " << decimation;
+        // Carriers that were in phase at the beginning of 1970. They meet after 8 samples, and after 64 / 5, so that no
+        // delay of fewer than 64 samples goes unseen.
+        for (const double apart : {50e6 / 8 / decimation, 5 * 50e6 / 64 / decimation}) {
+            hear({hz - apart / 2, hz + apart / 2});
+            const std::uint64_t time = listen({0, 5}, decimation);
+            constexpr std::uint64_t second = 1'000'000'000;
+            const double periods = static_cast<double>(time / second) * std::fmod(apart, 1) +
+                                   static_cast<double>(time % second) * 1e-9 * apart;
+            for (std::size_t i = 0; i < 2; ++i) {
+                const double phase = std::arg(line(i, hz + apart / 2) / line(i, hz - apart / 2)) / turn;
+                const double late = std::remainder(phase - periods, 1);
+                EXPECT_NEAR(late / apart * rate, 0, 0.02) << "samples, at decimation " << decimation;
+            }
         }
     }
 }
