@@ -65,23 +65,30 @@ std::shared_ptr<const Source> generatorOutput(const GeneratorSettings& settings,
         settings.loHz * settings.timebaseRatio, fullScaleDbm);
 }
 
-std::shared_ptr<const Scene> Generator::playInto(const std::shared_ptr<const Scene>& air,
-                                                 const Sequencer& sequencer, const Oscillator& oscillator,
-                                                 const UnitCalibration::Image& image) {
+Generator::Generator(std::shared_ptr<SyncLine> line)
+    : line_(line ? std::move(line) : std::make_shared<SyncLine>()) {}
+
+void Generator::follow(const Sequencer& sequencer, const Oscillator& oscillator,
+                       const UnitCalibration::Image& image) {
     const auto settings = sequencer.generatorSettings(oscillator);
-    if (!settings) return air;
-    if (settings != settings_ || image != image_) {
-        settings_ = settings;
-        image_ = image;
-        constexpr double anyTemperature = 25.0;
-        output_ = generatorOutput(*settings, sequencer.pattern(),
-                                  UnitCalibration(image, anyTemperature).generator(settings->k));
-        heard_ = nullptr;
-    }
-    if (!heard_ || air != air_) {
+    if (settings == settings_ && image == image_) return;
+    settings_ = settings;
+    image_ = image;
+    constexpr double anyTemperature = 25.0;
+    line_->play(this, settings
+                          ? generatorOutput(*settings, sequencer.pattern(),
+                                            UnitCalibration(image, anyTemperature).generator(settings->k))
+                          : nullptr);
+}
+
+std::shared_ptr<const Scene> Generator::playInto(const std::shared_ptr<const Scene>& air) {
+    auto played = line_->played();
+    if (played.empty()) return air;
+    if (!heard_ || air != air_ || played != played_) {
         auto scene = air ? std::make_shared<Scene>(*air) : std::make_shared<Scene>();
-        scene->add(output_);
+        for (const auto& output : played) scene->add(output);
         air_ = air;
+        played_ = std::move(played);
         heard_ = std::move(scene);
     }
     return heard_;

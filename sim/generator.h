@@ -4,9 +4,11 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "sim/generator_settings.h"
 #include "sim/scene.h"
+#include "sim/sync_line.h"
 #include "sim/unit_calibration.h"
 
 namespace hxr::sim {
@@ -21,21 +23,29 @@ std::shared_ptr<const Source> generatorOutput(const GeneratorSettings& settings,
                                               std::span<const std::uint32_t> pattern,
                                               const GeneratorCalibration& calibration);
 
-/// The generator of a unit, whose output a cable leads back to the unit's receivers.
+/// The generator of a unit, whose output the group's cable leads to the receivers.
 class Generator {
   public:
-    /// The air with what the generator plays at the moment in it. It is the same from call to call until one of both
-    /// changes.
-    ///
-    /// @param air    may be null
+    /// @param line  null: the cable goes to the unit's own receivers alone
+    explicit Generator(std::shared_ptr<SyncLine> line);
+    ~Generator() { line_->play(this, nullptr); }
+    Generator(const Generator&) = delete;
+    Generator& operator=(const Generator&) = delete;
+
+    /// Plays what the unit's registers say by now.
     /// @param image  what the unit is
-    std::shared_ptr<const Scene> playInto(const std::shared_ptr<const Scene>& air, const Sequencer& sequencer,
-                                          const Oscillator& oscillator, const UnitCalibration::Image& image);
+    void follow(const Sequencer& sequencer, const Oscillator& oscillator,
+                const UnitCalibration::Image& image);
+
+    /// The air with what is played at the moment in it. It is the same from call to call until one of both changes.
+    /// @param air  may be null
+    std::shared_ptr<const Scene> playInto(const std::shared_ptr<const Scene>& air);
 
   private:
+    std::shared_ptr<SyncLine> line_;
     std::optional<GeneratorSettings> settings_;
     UnitCalibration::Image image_;
-    std::shared_ptr<const Source> output_;
+    std::vector<std::shared_ptr<const Source>> played_;
     std::shared_ptr<const Scene> air_, heard_;
 };
 

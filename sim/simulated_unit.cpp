@@ -93,6 +93,11 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
 
     ~Core() override { server.stop(); }
 
+    Oscillator oscillatorNow() const {
+        const std::lock_guard lock(reported);
+        return options.oscillator;
+    }
+
     UnitOptions options;
     /// Guards identity, health, fix, oscillator and scene in the options.
     mutable std::mutex reported;
@@ -109,7 +114,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
     UnitCalibration::Image vcosOf;
     std::optional<VcoTables> vcos;
     CaptureMaker captures;
-    Generator generator;
+    Generator generator{options.syncLine};
     SampleTime nextSample{0};
     std::uint8_t overdriven = 0;  ///< one bit an input, since the last status
     StreamService streams;
@@ -136,6 +141,7 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
             sequencer.runDataPacket(words);
         } else {
             sequencer.runControlPacket(words);
+            generator.follow(sequencer, oscillatorNow(), trueImage());
         }
     }
 
@@ -168,12 +174,6 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
 
     UnitCalibration::Image trueImage() const { return (nature ? *nature : flash).current(); }
 
-    /// What the unit's receivers hear: the air, and the generator while it plays.
-    std::shared_ptr<const Scene> heard(const std::shared_ptr<const Scene>& air,
-                                       const Oscillator& oscillator) {
-        return generator.playInto(air, sequencer, oscillator, trueImage());
-    }
-
     void startStream() override {
         StreamReception reception{.state = sequencer.state(), .image = trueImage()};
         std::unique_lock lock(reported);
@@ -182,7 +182,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         reception.temperature = options.health.temperatureA;
         const ContextReport report{options.health.temperatureA, options.identity.serialNumber, options.fix};
         lock.unlock();
-        reception.scene = heard(air, oscillator);
+        generator.follow(sequencer, oscillator, trueImage());
+        reception.scene = generator.playInto(air);
         reception.timebaseRatio = oscillator.frequencyRatio(reception.state.timebaseDac);
         streams.start(std::move(reception), report, server.dataSocket());
     }
@@ -216,7 +217,8 @@ class SimulatedUnit::Core : private ServerCalls, private SequencerOutputs {
         const double temperature = options.health.temperatureA;
         const Oscillator oscillator = options.oscillator;
         lock.unlock();
-        const auto scene = heard(air, oscillator);
+        generator.follow(sequencer, oscillator, trueImage());
+        const auto scene = generator.playInto(air);
         const auto settings = scene ? sequencer.captureSettings(oscillator) : std::nullopt;
         if (settings) {
             sendCapture(*settings, temperature, *scene, datagrams);
@@ -321,10 +323,7 @@ void SimulatedUnit::setFix(const GpsFix& fix) {
     core_->options.fix = fix;
 }
 
-Oscillator SimulatedUnit::oscillator() const {
-    const std::lock_guard lock(core_->reported);
-    return core_->options.oscillator;
-}
+Oscillator SimulatedUnit::oscillator() const { return core_->oscillatorNow(); }
 
 void SimulatedUnit::setOscillator(const Oscillator& oscillator) {
     const std::lock_guard lock(core_->reported);

@@ -95,6 +95,23 @@ TEST_F(GeneratorInTheAir, LevelsAreTrueFromTheLowestToTheHighest) {
     }
 }
 
+TEST_F(GeneratorInTheAir, ReceiversOfTheWholeGroupHearTheMasters) {
+    startUnit();
+    ASSERT_EQ(pair(1), hxrNoError);
+    for (const double hz : {1.7e9, 9.3e9}) {
+        play(hz, -12);
+        initiate({.startHz = hz - 10e6, .stopHz = hz + 10e6, .channel = 6, .attenuator = 3});
+        // The slave doesn't wait for the master: a status tells that the generator plays.
+        clock.advance(std::chrono::seconds(2));
+        ASSERT_EQ(hxrGetDeviceDiagnostics(handle, nullptr, nullptr, nullptr), hxrNoError);
+        EXPECT_NEAR(levelAt(take(), hz), -12, 0.2);
+    }
+    hxrAbort(handle);
+    ASSERT_EQ(hxrSetVSGEnabled(handle, 0), hxrNoError);
+    const Trace trace = sweep({.startHz = 9.29e9, .stopHz = 9.31e9, .channel = 6, .attenuator = 3});
+    EXPECT_LT(levelAt(trace, 9.3e9), -80);
+}
+
 // By both kinds of way out, below and above an LO of 1 GHz.
 TEST_F(GeneratorInTheAir, PatternStandsMirroredAroundTheSharedFrequency) {
     for (const double hz : {700e6, 3.3e9}) {
