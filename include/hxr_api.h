@@ -737,6 +737,68 @@ HXR_API HXRStatus hxrGetGPSInfo(int handle, int refresh, int* updated, uint64_t*
  */
 HXR_API HXRStatus hxrWriteMessageToGPS(int handle, uint32_t key, uint64_t value, int size);
 
+/* ------------------------------------------------------------------------------------------------------------------
+ * Network configuration over USB
+ *
+ * Beside its network port a unit has a USB port, the only way to tell it its addresses. These entries have handles of
+ * their own, 0 to 3: a unit may be open here, by its USB port, and connected there, by its network port, at once.
+ *
+ * A change of address takes hold in the unit at once; whoever is connected has to connect anew. A failed transfer makes
+ * every later call with the handle answer hxrConnectionLostErr, until the unit is closed and opened again; what is wrong
+ * with the arguments is said first. Calls with one handle must not overlap, nor calls that open and close.
+ *
+ * Every entry with a handle returns hxrInvalidDeviceErr for one that belongs to no open unit and hxrConnectionLostErr.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Lists the units on this machine's USB by their serial numbers, open ones among them.
+ *
+ * @param serials  receives the numbers
+ * @param count    in: room in `serials`; out: the numbers written, at most 4
+ * @return hxrNoError also if there is none; hxrNullPointerErr
+ */
+HXR_API HXRStatus hxrNetworkConfigGetDeviceList(int32_t* serials, int32_t* count);
+
+/**
+ * Opens the unit with a serial number, and waits up to 30 s until its FPGA is ready.
+ *
+ * @param handle  receives the handle; left as it is after an error
+ * @return hxrNullPointerErr; hxrDeviceNotFoundErr; hxrMaxDevicesConnectedErr; hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrNetworkConfigOpenDevice(int32_t* handle, int32_t serial);
+
+/** Closes a unit. */
+HXR_API HXRStatus hxrNetworkConfigCloseDevice(int handle);
+
+/**
+ * Gives the unit's MAC address, such as 02:1B:C5:00:12:AF.
+ * @param mac  18 characters
+ * @return hxrNullPointerErr; hxrInvalidParameterErr if the unit's is none
+ */
+HXR_API HXRStatus hxrNetworkConfigGetMAC(int handle, char* mac);
+
+/**
+ * Sets the unit's IP address.
+ *
+ * @param ip       four numbers of at most 255 with dots between
+ * @param persist  1: the unit starts up with it from now on, too; else: until it loses power
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for a text that is no address, with nothing sent
+ */
+HXR_API HXRStatus hxrNetworkConfigSetIP(int handle, const char* ip, int32_t persist);
+
+/**
+ * Gives the unit's IP address.
+ * @param ip  16 characters
+ * @return hxrNullPointerErr
+ */
+HXR_API HXRStatus hxrNetworkConfigGetIP(int handle, char* ip);
+
+/** Sets the unit's UDP port, any number, as hxrNetworkConfigSetIP sets its address. */
+HXR_API HXRStatus hxrNetworkConfigSetPort(int handle, int32_t port, int32_t persist);
+
+/** Gives the unit's UDP port. @return hxrNullPointerErr */
+HXR_API HXRStatus hxrNetworkConfigGetPort(int handle, int32_t* port);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
@@ -937,6 +999,110 @@ HXR_API HXRStatus hxrAdminSetVSGPatternDirect(int handle, const float* samples, 
  * @return hxrInvalidDeviceErr; hxrInvalidParameterErr
  */
 HXR_API HXRStatus hxrAdminSetVSGAtten(int handle, int step);
+
+/* ------------------------------------------------------------------------------------------------------------------
+ * C++ entries: network configuration, firmware and flash over USB
+ *
+ * The same handles and rules as hxrNetworkConfig... above, of which the first of these are the same.
+ *
+ * The flash has pages of 1024 bytes. Writing can only clear bits, so a section is cleared before it is written; blocks of
+ * 256 pages are erased at a time. A write that breaks off leaves its section half written: clear it and write it again.
+ * Calls last as long as the unit takes, seconds to minutes.
+ * --------------------------------------------------------------------------------------------------------------- */
+
+HXR_API HXRStatus hxrConfigNetGetDeviceList(int32_t* serials, int32_t* count);
+HXR_API HXRStatus hxrConfigNetOpenDevice(int32_t* handle, int32_t serial);
+
+/**
+ * Loads firmware into the RAM of the first unit that has none in its flash, starts it, and opens the unit.
+ *
+ * @param handle  receives the handle; left as it is after an error
+ * @param path    a boot image
+ * @return hxrNullPointerErr; hxrDeviceNotFoundErr if no unit came up with it, whatever the reason;
+ *         hxrMaxDevicesConnectedErr; hxrConnectionLostErr
+ */
+HXR_API HXRStatus hxrConfigNetBootstrapDevice(int32_t* handle, const char* path);
+
+HXR_API HXRStatus hxrConfigNetCloseDevice(int handle);
+
+/** Starts the unit anew and closes it, whatever comes of that. @return what came of it */
+HXR_API HXRStatus hxrConfigNetPreset(int handle);
+
+/** Gives what was found of the FPGA when the unit was opened: 1, not ready after 30 s; else 0, 2 or 3, ready. */
+HXR_API HXRStatus hxrConfigNetGetFPGAStatus(int handle, int32_t* status);
+
+/** Gives the version of the USB controller's firmware. @return hxrNullPointerErr */
+HXR_API HXRStatus hxrConfigNetGetFirmwareVersion(int handle, int32_t* version);
+
+/**
+ * Sets the unit's MAC address, at once and for good.
+ *
+ * @param mac  six pairs of hexadecimal digits, any character between two of them
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for another text, with nothing sent
+ */
+HXR_API HXRStatus hxrConfigNetSetMAC(int handle, const char* mac);
+
+HXR_API HXRStatus hxrConfigNetGetMAC(int handle, char* mac);
+HXR_API HXRStatus hxrConfigNetSetIP(int handle, const char* ip, bool persist);
+HXR_API HXRStatus hxrConfigNetGetIP(int handle, char* ip);
+HXR_API HXRStatus hxrConfigNetSetPort(int handle, int32_t port, bool persist);
+HXR_API HXRStatus hxrConfigNetGetPort(int handle, int32_t* port);
+
+/** Gives the serial number in the calibration that the flash holds. @return hxrNullPointerErr */
+HXR_API HXRStatus hxrConfigNetGetSerialFromFlash(int handle, int32_t* serial);
+
+/**
+ * Writes one page.
+ * @param page  below 0x10000
+ * @param data  1024 bytes
+ * @return hxrNullPointerErr, hxrInvalidParameterErr
+ */
+HXR_API HXRStatus hxrConfigNetWriteFlashPage(int handle, uint32_t page, const uint8_t* data);
+
+/** Reads 32 pages. @param data room for 32768 bytes @return as hxrConfigNetWriteFlashPage */
+HXR_API HXRStatus hxrConfigNetReadFlashPage(int handle, uint32_t page, uint8_t* data);
+
+/** Erases the block of 256 pages that begins at a page. Waits up to 10 s. @return hxrInvalidParameterErr */
+HXR_API HXRStatus hxrConfigNetEraseFlashPage(int handle, uint32_t page);
+
+/**
+ * Writes the USB controller's firmware.
+ *
+ * @param path    a boot image of at most 256 KiB
+ * @param serial  the unit's serial number, which the image gets if it has eight digits. An image whose checksum is wrong
+ *                is written without, and a line on standard output says so.
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for a file that can't be read, is too long or tells no version, with
+ *         nothing written; hxrFlashIOErr if it doesn't read back as it was written
+ */
+HXR_API HXRStatus hxrConfigNetWriteFx3(int handle, const char* path, int32_t serial);
+HXR_API HXRStatus hxrConfigNetClearFx3(int handle);
+
+/** Writes the FPGA's bitstream from a file of at most 16 MiB. @return as hxrConfigNetWriteFx3 */
+HXR_API HXRStatus hxrConfigNetWriteFGPA(int handle, const char* path);
+HXR_API HXRStatus hxrConfigNetClearFPGA(int handle);
+
+/**
+ * Writes the chamber section of the calibration.
+ * @param data  0x780000 bytes: an image from 0x80000 on
+ * @return hxrNullPointerErr; hxrFlashIOErr if it doesn't read back as it was written
+ */
+HXR_API HXRStatus hxrConfigNetWriteCorrections(int handle, const uint8_t* data);
+/** Reads the whole calibration image. @param data room for 0x800000 bytes @return hxrNullPointerErr */
+HXR_API HXRStatus hxrConfigNetReadCorrections(int handle, uint8_t* data);
+/** Erases the pretest and the chamber section. */
+HXR_API HXRStatus hxrConfigNetClearCorrections(int handle);
+/** Erases the chamber section. */
+HXR_API HXRStatus hxrConfigNetClearChamber(int handle);
+
+/** Writes the synthesizers' tuning data. @param data 0x40000 bytes @return as hxrConfigNetWriteCorrections */
+HXR_API HXRStatus hxrConfigNetWriteCBB(int handle, const uint8_t* data);
+HXR_API HXRStatus hxrConfigNetReadCBB(int handle, uint8_t* data);
+HXR_API HXRStatus hxrConfigNetClearCBB(int handle);
+
+/** Writes the pretest section. @param data 0x40000 bytes @return as hxrConfigNetWriteCorrections */
+HXR_API HXRStatus hxrConfigNetWritePretest(int handle, const uint8_t* data);
+HXR_API HXRStatus hxrConfigNetReadPretest(int handle, uint8_t* data);
+HXR_API HXRStatus hxrConfigNetClearPretest(int handle);
 
 /* ------------------------------------------------------------------------------------------------------------------
  * C++ entries: calibration images

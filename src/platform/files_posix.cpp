@@ -36,6 +36,35 @@ class Descriptor {
     int number_;
 };
 
+/// A plain file that is open to be read from its head.
+class PlainFile {
+  public:
+    // Non-blocking, so that a pipe in the file's place is refused below and not waited for.
+    explicit PlainFile(const std::filesystem::path& file)
+        : descriptor_(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+        struct stat state {};
+        if (descriptor_.valid() && ::fstat(descriptor_.number(), &state) == 0 && S_ISREG(state.st_mode))
+            size_ = static_cast<std::size_t>(state.st_size);
+    }
+
+    /// Nothing if it couldn't be opened or is no plain file.
+    std::optional<std::size_t> size() const { return size_; }
+
+    bool read(std::span<std::byte> content) const {
+        while (!content.empty()) {
+            const ssize_t got = ::read(descriptor_.number(), content.data(), content.size());
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return false;
+            content = content.subspan(static_cast<std::size_t>(got));
+        }
+        return true;
+    }
+
+  private:
+    Descriptor descriptor_;
+    std::optional<std::size_t> size_;
+};
+
 bool writeAll(int descriptor, std::span<const std::byte> content) {
     while (!content.empty()) {
         const ssize_t written = ::write(descriptor, content.data(), content.size());
@@ -64,19 +93,16 @@ bool makeUsableFolder(const std::filesystem::path& folder) {
 }
 
 bool readFile(const std::filesystem::path& file, std::span<std::byte> content) noexcept {
-    // Non-blocking, so that a pipe in the file's place is refused below and not waited for.
-    const Descriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat state {};
-    if (!descriptor.valid() || ::fstat(descriptor.number(), &state) != 0) return false;
-    if (!S_ISREG(state.st_mode) || static_cast<std::size_t>(state.st_size) < content.size()) return false;
+    const PlainFile plain(file);
+    return plain.size() && *plain.size() >= content.size() && plain.read(content);
+}
 
-    while (!content.empty()) {
-        const ssize_t got = ::read(descriptor.number(), content.data(), content.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) return false;
-        content = content.subspan(static_cast<std::size_t>(got));
-    }
-    return true;
+std::optional<std::vector<std::byte>> readWholeFile(const std::filesystem::path& file, std::size_t most) {
+    const PlainFile plain(file);
+    if (!plain.size() || *plain.size() > most) return std::nullopt;
+    std::vector<std::byte> content(*plain.size());
+    if (!plain.read(content)) return std::nullopt;
+    return content;
 }
 
 bool replaceFile(const std::filesystem::path& file, std::span<const std::byte> content) noexcept try {
