@@ -215,7 +215,7 @@ HXRStatus hxrConfigNetReadFlashPage(int handle, std::uint32_t page, std::uint8_t
 }
 
 HXRStatus hxrConfigNetEraseFlashPage(int handle, std::uint32_t page) {
-    return unitEntry(handle, wrongWith(page, data),
+    return unitEntry(handle, wrongWith(page, &page),
                      [&](ConfigNetDevice& device) { return eraseFlash(device, page); });
 }
 
