@@ -14,3 +14,8 @@ file(RELATIVE_PATH include_from_pkgconfig
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/hxr_api.pc.in hxr_api.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/hxr_api.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# Who may use units on the USB.
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  install(FILES cmake/70-hxr.rules DESTINATION lib/udev/rules.d)
+endif()

@@ -26,5 +26,5 @@ build() {
     cmake --build "build/$preset" -j "$jobs" ${1:+--target "$@"} -- --quiet
 }
 
-compiler=(build-essential cmake ninja-build nlohmann-json3-dev)
-test_packages=(libgtest-dev libcli11-dev libfftw3-dev pkg-config tshark)
+compiler=(build-essential cmake ninja-build pkg-config libusb-1.0-0-dev nlohmann-json3-dev)
+test_packages=(libgtest-dev libcli11-dev libfftw3-dev tshark)
