@@ -215,7 +215,7 @@ class LibUsb : public testing::Test {
         int number = 2;
         for (const char16_t* serial : {u"20000001", u"20000002", u"20000003"}) {
             units.push_back(std::make_unique<Fx3Unit>(
-                sim::Fx3Options{.serialNumber = serial, .superSpeed = number % 2 == 0}));
+                sim::Fx3Options{.serialNumber = serial, .eraseBusy = 0, .superSpeed = number % 2 == 0}));
             devices.push_back(std::make_unique<EmulatedDevice>(testbed, *units.back(), number++));
         }
         units.push_back(std::make_unique<Fx3Unit>(sim::Fx3Options{.blank = true}));
@@ -268,6 +268,49 @@ TEST_F(LibUsb, UnitsAreListedOpenedAndSpokenTo) {
     EXPECT_EQ(hxrConfigNetWriteFlashPage(handle, 1024, page.data()), hxrNoError);
     EXPECT_EQ(hxrConfigNetReadFlashPage(handle, 1024, back.data()), hxrNoError);
     EXPECT_TRUE(std::equal(page.begin(), page.end(), back.begin()));
+}
+
+/// Runs the program for users, who sees the same devices.
+/// @return what it printed, and its exit status behind
+std::string run(const std::string& arguments) {
+    std::string text;
+    FILE* const output = popen((HXR_NETCONFIG " " + arguments + " 2>&1").c_str(), "r");
+    for (int c; (c = std::fgetc(output)) != EOF;) text += static_cast<char>(c);
+    return text + std::to_string(WEXITSTATUS(pclose(output)));
+}
+
+TEST_F(LibUsb, ProgramShowsSetsBacksUpAndWrites) {
+    EXPECT_EQ(run("list"), "20000001\n20000002\n20000003\n0");
+    EXPECT_EQ(run("set 20000001 --ip 10.1.2.3 --port 5001 --mac 02:1B:C5:00:12:AF"),
+              "set. Connections over the network have to be made anew.\n0");
+    EXPECT_EQ(
+        run("show 20000001 --json"),
+        R"({"serial": 20000001, "ip": "10.1.2.3", "port": 5001, "mac": "02:1B:C5:00:12:AF", "firmware": 258, )"
+        R"("calibrationSerial": -1, "fpgaReady": true})"
+        "\n0");
+    EXPECT_NE(run("show 20000009").find("see 70-hxr.rules.\n1"), std::string::npos);
+    EXPECT_NE(run("set 20000001 --ip 10.1.2").find("IP address: Invalid parameter"), std::string::npos);
+    EXPECT_NE(run("set 20000001").back(), '0');
+
+    const test::TemporaryFolder folder;
+    const std::string saved = (folder.path() / "saved").string();
+    const Bytes mark(1024, 0x42);
+    units[0]->flash.write(1600, 0, mark);
+    EXPECT_EQ(run("backup 20000001 " + saved), "8388608 bytes in " + saved + "\n0");
+    units[0]->flash.erase(1536);
+    EXPECT_EQ(run("restore 20000001 " + saved), "restored\n0");
+    EXPECT_EQ(units[0]->flash.read(1600, 1024), mark);
+    units[0]->flash.stick(1600, 3);
+    EXPECT_NE(run("restore 20000001 " + saved).find("The flash doesn't keep what is written"),
+              std::string::npos);
+
+    const std::string image = (folder.path() / "image").string();
+    const Bytes firmware = test::firmware(0x0305);
+    std::ofstream(image, std::ios::binary)
+        .write(reinterpret_cast<const char*>(firmware.data()), std::ssize(firmware));
+    EXPECT_EQ(run("update 20000001 --firmware " + image), "written; the unit starts anew\n0");
+    EXPECT_EQ(units[0]->flash.read(255, 1024)[1023], 0x05);
+    EXPECT_FALSE(units[0]->inBootLoader());
 }
 
 TEST_F(LibUsb, TransferThatDoesNotComeIsCancelledAndPulledOutUnitIsLost) {
