@@ -2,233 +2,42 @@
 /// unit. To be run with the emulated device files in front of the system's.
 
 #include <gtest/gtest.h>
-#include <linux/usbdevice_fs.h>
-#include <sys/ioctl.h>
-#include <umockdev.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <list>
-#include <mutex>
-#include <thread>
 
+#include "sim/emulated_usb.h"
 #include "usb_installation.h"
 
 namespace hxr {
 namespace {
 
+using sim::EmulatedUsb;
 using sim::Fx3Unit;
 using sim::UsbAnswer;
 using test::Bytes;
-
-/// The kernel's half of a device file. Its calls come from a thread of the emulation's own.
-class EmulatedDevice {
-  public:
-    EmulatedDevice(UMockdevTestbed* testbed, Fx3Unit& unit, int number) : unit_(unit), testbed_(testbed) {
-        char text[8];
-        std::snprintf(text, sizeof text, "%03d", number);
-        node_ = std::string("/dev/bus/usb/001/") + text;
-        path_ = std::string("/sys/devices/usb1/1-") + std::to_string(number);
-        std::string hex;
-        for (const auto& bytes : {unit.descriptor(1, 0), unit.descriptor(2, 0)}) {
-            for (const std::uint8_t byte : bytes) {
-                std::snprintf(text, sizeof text, "%02X", byte);
-                hex += text;
-            }
-        }
-        const std::string number3 = node_.substr(node_.size() - 3);
-        const std::string description =
-            "P: " + path_.substr(4) + "\nN: bus/usb/001/" + number3 +
-            "\nE: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\nE: BUSNUM=001\nE: DEVNUM=" + number3 +
-            "\nE: DEVNAME=" + node_ + "\nA: busnum=1\\n\nA: devnum=" + std::to_string(number) +
-            "\\n\nA: bConfigurationValue=1\\n\nA: speed=5000\\n\nH: descriptors=" + hex + "\n";
-        GError* error = nullptr;
-        umockdev_testbed_add_from_string(testbed_, description.c_str(), &error);
-        EXPECT_EQ(error, nullptr) << (error == nullptr ? "" : error->message);
-        handler_ = umockdev_ioctl_base_new();
-        g_signal_connect(handler_, "handle-ioctl", G_CALLBACK(handle), this);
-        umockdev_testbed_attach_ioctl(testbed_, node_.c_str(), handler_, &error);
-        EXPECT_EQ(error, nullptr) << (error == nullptr ? "" : error->message);
-    }
-    ~EmulatedDevice() {
-        umockdev_testbed_detach_ioctl(testbed_, node_.c_str(), nullptr);
-        umockdev_testbed_remove_device(testbed_, path_.c_str());
-        for (const Request& request : requests_) umockdev_ioctl_data_unref(request.urb);
-        g_object_unref(handler_);
-    }
-    EmulatedDevice(const EmulatedDevice&) = delete;
-    EmulatedDevice& operator=(const EmulatedDevice&) = delete;
-
-    int claims() const {
-        const std::lock_guard lock(mutex_);
-        return claims_;
-    }
-
-  private:
-    struct Request {
-        UMockdevIoctlData* urb;
-        bool isBack;
-    };
-
-    static gboolean handle(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-        int error = 0;
-        auto& device = *static_cast<EmulatedDevice*>(self);
-        {
-            const std::lock_guard lock(device.mutex_);
-            error = device.answer(umockdev_ioctl_client_get_request(client),
-                                  umockdev_ioctl_client_get_arg(client));
-        }
-        if (error == EAGAIN) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        umockdev_ioctl_client_complete(client, error == 0 ? 0 : -1, error);
-        return TRUE;
-    }
-
-    /// @return the error number of the system call
-    int answer(gulong request, UMockdevIoctlData* argument) {
-        switch (request) {
-            case USBDEVFS_GET_CAPABILITIES: {
-                auto* const into = umockdev_ioctl_data_resolve(argument, 0, sizeof(std::uint32_t), nullptr);
-                std::uint32_t capabilities = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM;
-                umockdev_ioctl_data_update(into, 0, reinterpret_cast<guint8*>(&capabilities),
-                                           sizeof capabilities);
-                umockdev_ioctl_data_unref(into);
-                return 0;
-            }
-            case USBDEVFS_CLAIMINTERFACE:
-            case USBDEVFS_DISCONNECT_CLAIM:
-                ++claims_;
-                return 0;
-            case USBDEVFS_RELEASEINTERFACE:
-                --claims_;
-                return 0;
-            case USBDEVFS_GETDRIVER:
-                return ENODATA;
-            case USBDEVFS_CONNECT:
-            case USBDEVFS_IOCTL:
-                return ENODATA;
-            case USBDEVFS_SUBMITURB:
-                return submit(argument);
-            case USBDEVFS_DISCARDURB:
-                return discard();
-            case USBDEVFS_REAPURB:
-            case USBDEVFS_REAPURBNDELAY:
-                return reap(argument);
-            default:
-                return ENOTTY;
-        }
-    }
-
-    int submit(UMockdevIoctlData* argument) {
-        if (gone_) return ENODEV;
-        auto* const data = umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_urb), nullptr);
-        usbdevfs_urb urb;
-        std::memcpy(&urb, data->data, sizeof urb);
-        auto* const buffer = umockdev_ioctl_data_resolve(data, offsetof(usbdevfs_urb, buffer),
-                                                         static_cast<gsize>(urb.buffer_length), nullptr);
-        Bytes bytes(buffer->data, buffer->data + urb.buffer_length);
-        std::size_t headBytes = 0;
-        const UsbAnswer answer = run(urb, bytes, headBytes);
-        Request request{data, answer != UsbAnswer::silent};
-        if (answer == UsbAnswer::done) {
-            const std::size_t room = static_cast<std::size_t>(urb.buffer_length) - headBytes;
-            urb.actual_length = static_cast<int>(std::min(bytes.size(), room));
-            if (!bytes.empty())
-                umockdev_ioctl_data_update(buffer, headBytes, bytes.data(), urb.actual_length);
-        }
-        gone_ = answer == UsbAnswer::gone;
-        urb.status = answer == UsbAnswer::stalled ? -EPIPE : answer == UsbAnswer::gone ? -ENODEV : 0;
-        umockdev_ioctl_data_unref(buffer);
-        store(request, urb);
-        requests_.push_back(request);
-        return 0;
-    }
-
-    /// @param bytes      of the request; those of the answer then
-    /// @param headBytes  that stand ahead of the answer's in the buffer
-    UsbAnswer run(const usbdevfs_urb& urb, Bytes& bytes, std::size_t& headBytes) {
-        constexpr std::size_t setupBytes = 8;
-        if (urb.type == USBDEVFS_URB_TYPE_CONTROL) {
-            headBytes = setupBytes;
-            const auto word = [&](std::size_t at) {
-                return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
-            };
-            const Fx3Unit::Setup setup{bytes[0], bytes[1], word(2), word(4), word(6)};
-            bytes.erase(bytes.begin(), bytes.begin() + setupBytes);
-            return unit_.control(setup, bytes);
-        }
-        if ((urb.endpoint & 0x80) == 0) return unit_.bulkOut(bytes);
-        const std::size_t room = bytes.size();
-        bytes.clear();
-        return unit_.bulkIn(room, bytes);
-    }
-
-    static void store(const Request& request, usbdevfs_urb urb) {
-        usbdevfs_urb now;
-        std::memcpy(&now, request.urb->data, sizeof now);
-        now.status = urb.status;
-        now.actual_length = urb.actual_length;
-        umockdev_ioctl_data_update(request.urb, 0, reinterpret_cast<guint8*>(&now), sizeof now);
-    }
-
-    /// Only one is ever under way.
-    int discard() {
-        for (Request& request : requests_) {
-            if (request.isBack) continue;
-            usbdevfs_urb urb{};
-            urb.status = -ENOENT;
-            store(request, urb);
-            request.isBack = true;
-            return 0;
-        }
-        return EINVAL;
-    }
-
-    int reap(UMockdevIoctlData* argument) {
-        for (auto it = requests_.begin(); it != requests_.end(); ++it) {
-            if (!it->isBack) continue;
-            auto* const into = umockdev_ioctl_data_resolve(argument, 0, sizeof(void*), nullptr);
-            umockdev_ioctl_data_set_ptr(into, 0, it->urb);
-            umockdev_ioctl_data_unref(into);
-            umockdev_ioctl_data_unref(it->urb);
-            requests_.erase(it);
-            return 0;
-        }
-        return gone_ ? ENODEV : EAGAIN;
-    }
-
-    Fx3Unit& unit_;
-    UMockdevTestbed* testbed_;
-    std::string node_, path_;
-    UMockdevIoctlBase* handler_;
-    mutable std::mutex mutex_;
-    std::list<Request> requests_;
-    int claims_ = 0;
-    bool gone_ = false;
-};
 
 /// All units are there from the start: the system tells of later ones when it likes.
 class LibUsb : public testing::Test {
   protected:
     static void SetUpTestSuite() {
-        testbed = umockdev_testbed_new();
-        int number = 2;
+        usb = std::make_unique<EmulatedUsb>();
+        bool superSpeed = true;
         for (const char16_t* serial : {u"20000001", u"20000002", u"20000003"}) {
             units.push_back(std::make_unique<Fx3Unit>(
-                sim::Fx3Options{.serialNumber = serial, .eraseBusy = 0, .superSpeed = number % 2 == 0}));
-            devices.push_back(std::make_unique<EmulatedDevice>(testbed, *units.back(), number++));
+                sim::Fx3Options{.serialNumber = serial, .eraseBusy = 0, .superSpeed = superSpeed}));
+            usb->plugIn(*units.back());
+            superSpeed = !superSpeed;
         }
         units.push_back(std::make_unique<Fx3Unit>(sim::Fx3Options{.blank = true}));
-        devices.push_back(std::make_unique<EmulatedDevice>(testbed, *units.back(), number));
+        usb->plugIn(*units.back());
     }
     static void TearDownTestSuite() {
         for (std::size_t i = 0; i < units.size(); ++i) {
-            EXPECT_EQ(devices[i]->claims(), 0) << i;
+            EXPECT_EQ(usb->claims(i), 0) << i;
             EXPECT_EQ(units[i]->brokenRules(), 0U) << i;
         }
-        devices.clear();
+        usb.reset();
         units.clear();
-        g_object_unref(testbed);
     }
 
     LibUsb() {
@@ -239,9 +48,8 @@ class LibUsb : public testing::Test {
 
     test::TestClock clock;
     std::int32_t handle = -1;
-    static inline UMockdevTestbed* testbed = nullptr;
     static inline std::vector<std::unique_ptr<Fx3Unit>> units;
-    static inline std::vector<std::unique_ptr<EmulatedDevice>> devices;
+    static inline std::unique_ptr<EmulatedUsb> usb;
 };
 
 TEST_F(LibUsb, UnitsAreListedOpenedAndSpokenTo) {
@@ -251,9 +59,9 @@ TEST_F(LibUsb, UnitsAreListedOpenedAndSpokenTo) {
     ASSERT_EQ(count, 3);
     std::sort(serials.begin(), serials.begin() + 3);
     EXPECT_EQ(serials, (std::array<std::int32_t, 4>{20000001, 20000002, 20000003, 0}));
-    for (const auto& device : devices) EXPECT_EQ(device->claims(), 0);
+    for (std::size_t i = 0; i < units.size(); ++i) EXPECT_EQ(usb->claims(i), 0);
     ASSERT_EQ(hxrNetworkConfigOpenDevice(&handle, 20000002), hxrNoError);
-    EXPECT_EQ(devices[1]->claims(), 1);
+    EXPECT_EQ(usb->claims(1), 1);
     EXPECT_EQ(units[1]->settingRequests(), 0U);
 
     std::int32_t version = 0;
