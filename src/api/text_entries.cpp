@@ -2,7 +2,7 @@
 
 #include "hxr_api.h"
 
-const char* hxrGetAPIVersion() { return "1.0.0"; }
+const char* hxrGetAPIVersion() { return HXR_VERSION; }
 
 const char* hxrGetErrorString(HXRStatus status) {
     switch (status) {
