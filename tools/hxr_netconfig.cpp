@@ -1,24 +1,18 @@
 /// Units on the USB of this machine: their addresses, calibration, firmware and bitstream.
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <fstream>
-#include <functional>
-#include <future>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "hxr_api.h"
+#include "support.h"
 
 namespace {
 
@@ -46,47 +40,6 @@ void check(const char* what, HXRStatus status) {
     if (status < 0)
         throw std::runtime_error(std::string(what) + ": " + hxrGetErrorString(status) + adviceFor(status));
 }
-
-/// How far something has come, on one line of a terminal.
-class Progress {
-  public:
-    explicit Progress(const char* what) : what_(what) {}
-    ~Progress() {
-        if (shown_) std::fputc('\n', stderr);
-    }
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
-
-    void show(double part) {
-        constexpr int width = 40;
-        const auto filled = static_cast<int>(part * width);
-        if (!begin("")) return;
-        std::fprintf(stderr, "[%s%s] %3.0f %%", std::string(static_cast<std::size_t>(filled), '#').c_str(),
-                     std::string(static_cast<std::size_t>(width - filled), ' ').c_str(), 100 * part);
-    }
-
-    /// Shows the seconds that a call takes.
-    HXRStatus timed(const char* phase, const std::function<HXRStatus()>& call) {
-        const auto start = std::chrono::steady_clock::now();
-        auto result = std::async(std::launch::async, call);
-        while (result.wait_for(std::chrono::milliseconds(500)) == std::future_status::timeout) {
-            const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-            if (begin(phase)) std::fprintf(stderr, " %.0f s", elapsed.count());
-        }
-        return result.get();
-    }
-
-  private:
-    bool begin(const char* phase) {
-        if (isatty(STDERR_FILENO) == 0) return false;
-        shown_ = true;
-        std::fprintf(stderr, "\r\033[K%s%s ", what_, phase);
-        return true;
-    }
-
-    const char* what_;
-    bool shown_ = false;
-};
 
 /// A unit that is open from here to the end of its scope.
 class Unit {
@@ -167,11 +120,11 @@ void backUp(std::int32_t serial, const std::string& path) {
     const Unit unit(serial);
     std::vector<std::uint8_t> image(imageBytes);
     {
-        Progress progress("reading the calibration");
+        tools::Progress progress;
         for (std::uint32_t page = 0; page < imagePages; page += pagesAtOnce) {
             check("reading",
                   hxrConfigNetReadFlashPage(unit, firstImagePage + page, &image[page * pageBytes]));
-            progress.show(static_cast<double>(page + pagesAtOnce) / imagePages);
+            progress.bar("reading the calibration", static_cast<double>(page + pagesAtOnce) / imagePages);
         }
     }
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
@@ -195,34 +148,34 @@ void restore(std::int32_t serial, const std::string& path) {
     const std::vector<std::uint8_t> image = readImage(path);
     const Unit unit(serial);
     {
-        Progress progress("erasing");
+        tools::Progress progress;
         for (std::uint32_t page = 0; page < imagePages; page += blockPages) {
             check("erasing", hxrConfigNetEraseFlashPage(unit, firstImagePage + page));
-            progress.show(static_cast<double>(page + blockPages) / imagePages);
+            progress.bar("erasing", static_cast<double>(page + blockPages) / imagePages);
         }
     }
     {
-        Progress progress("writing the calibration");
+        tools::Progress progress;
         for (std::uint32_t page = 0; page < imagePages; ++page) {
             const auto content = std::span(image).subspan(page * pageBytes, pageBytes);
             if (!hxrCalFlashDataPresent(content.data(), static_cast<int>(content.size()))) continue;
             check("writing", hxrConfigNetWriteFlashPage(unit, firstImagePage + page, content.data()));
-            progress.show(static_cast<double>(page + 1) / imagePages);
+            progress.bar("writing the calibration", static_cast<double>(page + 1) / imagePages);
         }
     }
-    Progress progress("reading it back");
+    tools::Progress progress;
     std::vector<std::uint8_t> back(readBytes);
     for (std::uint32_t page = 0; page < imagePages; page += pagesAtOnce) {
         check("reading back", hxrConfigNetReadFlashPage(unit, firstImagePage + page, back.data()));
         if (!std::equal(back.begin(), back.end(), image.begin() + page * pageBytes))
             check("reading back", hxrFlashIOErr);
-        progress.show(static_cast<double>(page + pagesAtOnce) / imagePages);
+        progress.bar("reading it back", static_cast<double>(page + pagesAtOnce) / imagePages);
     }
     std::printf("restored\n");
 }
 
 void writeParts(int unit, std::int32_t serial, const std::string& firmware, const std::string& bitstream) {
-    Progress progress("");
+    tools::Progress progress;
     if (!firmware.empty()) {
         check("erasing the firmware",
               progress.timed("erasing the firmware", [&] { return hxrConfigNetClearFx3(unit); }));
@@ -247,72 +200,72 @@ void requireReadable(const std::string& path) {
 
 }  // namespace
 
-int main(int argc, char** argv) try {
-    CLI::App app("Sets up HXR units over their USB port.");
-    app.set_version_flag("--version", hxrGetAPIVersion());
-    app.footer(
-        "Examples:\n  hxr-netconfig list\n  hxr-netconfig show 20000001\n"
-        "  hxr-netconfig set 20000001 --ip 192.168.2.10 --port 5000\n"
-        "  hxr-netconfig backup 20000001 calibration.bin\n"
-        "  hxr-netconfig update 20000001 --firmware fx3.img --bitstream fpga.bin\n"
-        "\nExit status: 0, 1 if something went wrong with a unit, above 100 for wrong arguments.");
-    app.require_subcommand(1);
-    std::int32_t serial = 0;
-    bool json = false;
-    std::string file, firmware, bitstream;
-    Settings settings;
-    const auto command = [&](const char* name, const char* text) {
-        CLI::App* const made = app.add_subcommand(name, text);
-        made->add_option("SERIAL", serial, "serial number of the unit")->required();
-        return made;
-    };
+int main(int argc, char** argv) {
+    return tools::run("hxr-netconfig", [&] {
+        CLI::App app("Sets up HXR units over their USB port.");
+        app.set_version_flag("--version", hxrGetAPIVersion());
+        app.footer(
+            "Examples:\n  hxr-netconfig list\n  hxr-netconfig show 20000001\n"
+            "  hxr-netconfig set 20000001 --ip 192.168.2.10 --port 5000\n"
+            "  hxr-netconfig backup 20000001 calibration.bin\n"
+            "  hxr-netconfig update 20000001 --firmware fx3.img --bitstream fpga.bin\n"
+            "\nExit status: 0, 1 if something went wrong with a unit, above 100 for wrong arguments.");
+        app.require_subcommand(1);
+        std::int32_t serial = 0;
+        bool json = false;
+        std::string file, firmware, bitstream;
+        Settings settings;
+        const auto command = [&](const char* name, const char* text) {
+            CLI::App* const made = app.add_subcommand(name, text);
+            made->add_option("SERIAL", serial, "serial number of the unit")->required();
+            return made;
+        };
 
-    CLI::App* const list = app.add_subcommand("list", "serial numbers of the units that are there");
-    CLI::App* const showing = command("show", "addresses and versions of a unit");
-    showing->add_flag("--json", json, "in a form for programs");
-    CLI::App* const setting = command("set", "changes addresses of a unit, at once and for good");
-    setting->add_option("--ip", settings.ip, "IP address, such as 192.168.2.10");
-    setting->add_option("--port", settings.port, "UDP port")->check(CLI::Range(1, 65535));
-    setting->add_option("--mac", settings.mac, "MAC address, such as 02:1B:C5:00:12:AF; always for good");
-    setting->add_flag("--for-now", settings.forNow, "IP address and port only until the unit loses power");
-    setting->require_option(2, 0);  // the serial number is one
-    CLI::App* const backing = command("backup", "writes the calibration of a unit to a file");
-    backing->add_option("FILE", file)->required();
-    CLI::App* const restoring = command("restore", "writes the calibration in a file to a unit");
-    restoring->add_option("FILE", file)->required()->check(CLI::ExistingFile);
-    CLI::App* const updating = command("update", "writes firmware or bitstream to a unit");
-    updating->add_option("--firmware", firmware, "boot image of the USB controller")
-        ->check(CLI::ExistingFile);
-    updating->add_option("--bitstream", bitstream, "bitstream of the FPGA")->check(CLI::ExistingFile);
-    updating->require_option(2, 0);
-    CLI::App* const starting =
-        command("bootstrap", "gives a unit without any firmware one, and its serial number");
-    starting->add_option("--firmware", firmware, "boot image")->required()->check(CLI::ExistingFile);
-    starting->add_option("--bitstream", bitstream, "bitstream of the FPGA")->check(CLI::ExistingFile);
-    CLI11_PARSE(app, argc, argv);
+        CLI::App* const list = app.add_subcommand("list", "serial numbers of the units that are there");
+        CLI::App* const showing = command("show", "addresses and versions of a unit");
+        showing->add_flag("--json", json, "in a form for programs");
+        CLI::App* const setting = command("set", "changes addresses of a unit, at once and for good");
+        setting->add_option("--ip", settings.ip, "IP address, such as 192.168.2.10");
+        setting->add_option("--port", settings.port, "UDP port")->check(CLI::Range(1, 65535));
+        setting->add_option("--mac", settings.mac, "MAC address, such as 02:1B:C5:00:12:AF; always for good");
+        setting->add_flag("--for-now", settings.forNow,
+                          "IP address and port only until the unit loses power");
+        setting->require_option(2, 0);  // the serial number is one
+        CLI::App* const backing = command("backup", "writes the calibration of a unit to a file");
+        backing->add_option("FILE", file)->required();
+        CLI::App* const restoring = command("restore", "writes the calibration in a file to a unit");
+        restoring->add_option("FILE", file)->required()->check(CLI::ExistingFile);
+        CLI::App* const updating = command("update", "writes firmware or bitstream to a unit");
+        updating->add_option("--firmware", firmware, "boot image of the USB controller")
+            ->check(CLI::ExistingFile);
+        updating->add_option("--bitstream", bitstream, "bitstream of the FPGA")->check(CLI::ExistingFile);
+        updating->require_option(2, 0);
+        CLI::App* const starting =
+            command("bootstrap", "gives a unit without any firmware one, and its serial number");
+        starting->add_option("--firmware", firmware, "boot image")->required()->check(CLI::ExistingFile);
+        starting->add_option("--bitstream", bitstream, "bitstream of the FPGA")->check(CLI::ExistingFile);
+        CLI11_PARSE(app, argc, argv);
 
-    requireReadable(firmware);
-    requireReadable(bitstream);
-    if (*list) {
-        for (const std::int32_t found : serials()) std::printf("%d\n", found);
-    } else if (*showing) {
-        show(serial, json);
-    } else if (*setting) {
-        set(serial, settings);
-    } else if (*backing) {
-        backUp(serial, file);
-    } else if (*restoring) {
-        restore(serial, file);
-    } else if (*updating) {
-        const Unit unit(serial);
-        writeParts(unit, serial, firmware, bitstream);
-    } else if (*starting) {
-        std::int32_t unit = -1;
-        check("starting the firmware", hxrConfigNetBootstrapDevice(&unit, firmware.c_str()));
-        writeParts(unit, serial, firmware, bitstream);
-    }
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "hxr-netconfig: %s\n", error.what());
-    return 1;
+        requireReadable(firmware);
+        requireReadable(bitstream);
+        if (*list) {
+            for (const std::int32_t found : serials()) std::printf("%d\n", found);
+        } else if (*showing) {
+            show(serial, json);
+        } else if (*setting) {
+            set(serial, settings);
+        } else if (*backing) {
+            backUp(serial, file);
+        } else if (*restoring) {
+            restore(serial, file);
+        } else if (*updating) {
+            const Unit unit(serial);
+            writeParts(unit, serial, firmware, bitstream);
+        } else if (*starting) {
+            std::int32_t unit = -1;
+            check("starting the firmware", hxrConfigNetBootstrapDevice(&unit, firmware.c_str()));
+            writeParts(unit, serial, firmware, bitstream);
+        }
+        return tools::allWell;
+    });
 }

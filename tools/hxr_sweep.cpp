@@ -18,13 +18,12 @@
 
 #include "hxr_api.h"
 #include "peaks.h"
+#include "support.h"
 
 namespace {
 
 struct Arguments {
-    std::string host = "127.0.0.1";
-    std::string unit = "127.0.0.2";
-    std::uint16_t port = 5000;
+    tools::Where where;
     int channel = 0;
     double startHz = 100e3;
     double stopHz = 20e9;
@@ -43,15 +42,10 @@ struct Arguments {
 };
 
 void addOptions(CLI::App& app, Arguments& arguments) {
-    const std::map<std::string, double> thousands{{"k", 1e3}, {"M", 1e6}, {"G", 1e9}};
-    const CLI::AsNumberWithUnit hertz(thousands, CLI::AsNumberWithUnit::CASE_SENSITIVE, "Hz");
-    app.add_option("--host", arguments.host, "address of this computer")->capture_default_str();
-    app.add_option("--unit", arguments.unit, "address of the unit")->capture_default_str();
-    app.add_option("--port", arguments.port, "port of the unit")
-        ->check(CLI::Range(1, 65535))
-        ->capture_default_str();
+    const CLI::Validator hertz = tools::hertz();
+    tools::addCommonOptions(app, arguments.where);
     app.add_option("--channel", arguments.channel, "channel that sweeps")
-        ->check(CLI::Range(0, 3))
+        ->check(CLI::Range(0, 15))
         ->capture_default_str();
     app.add_option("--start", arguments.startHz, "lower edge")->transform(hertz)->capture_default_str();
     app.add_option("--stop", arguments.stopHz, "upper edge")->transform(hertz)->capture_default_str();
@@ -85,29 +79,6 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                    "write the highest of each of so many parts in place of all points");
 }
 
-/// @throws std::runtime_error with the driver's text for an error; prints a warning
-void check(const char* what, HXRStatus status) {
-    const std::string text = std::string(what) + ": " + hxrGetErrorString(status);
-    if (status < 0) throw std::runtime_error(text);
-    if (status > 0) std::fprintf(stderr, "%s\n", text.c_str());
-}
-
-class Unit {
-  public:
-    explicit Unit(const Arguments& arguments) {
-        check("connect",
-              hxrConnectDevice(&handle_, arguments.host.c_str(), arguments.unit.c_str(), arguments.port));
-    }
-    ~Unit() { hxrCloseDevice(handle_); }
-    Unit(const Unit&) = delete;
-    Unit& operator=(const Unit&) = delete;
-
-    operator int() const { return handle_; }
-
-  private:
-    int handle_ = -1;
-};
-
 struct Trace {
     double startHz = 0, binHz = 0, rbwHz = 0, vbwHz = 0;
     std::vector<float> levels;
@@ -115,32 +86,32 @@ struct Trace {
     double frequency(double point) const { return startHz + point * binHz; }
 };
 
-Trace takeSweeps(int unit, const Arguments& arguments) {
-    std::array<int, 4> enabled{};
+Trace takeSweeps(const tools::Group& unit, const Arguments& arguments) {
+    std::array<int, 16> enabled{};
     enabled[static_cast<std::size_t>(arguments.channel)] = 1;
-    check("channel", hxrSetChannelConfig(unit, enabled.data(), arguments.channel));
-    check("reference level", hxrSetSweepRefLevel(unit, arguments.refLevel));
-    check("range", hxrSetSweepStartStop(unit, arguments.startHz, arguments.stopHz));
+    tools::check("channel", hxrSetChannelConfig(unit, enabled.data(), arguments.channel));
+    tools::check("reference level", hxrSetSweepRefLevel(unit, arguments.refLevel));
+    tools::check("range", hxrSetSweepStartStop(unit, arguments.startHz, arguments.stopHz));
     const double vbw = arguments.vbwHz > 0 ? arguments.vbwHz : arguments.rbwHz;
-    check("bandwidths", hxrSetSweepCoupling(unit, arguments.rbwHz, vbw, 1e-6));
-    check("window", hxrSetSweepWindow(unit, arguments.window));
-    check("detector", hxrSetSweepDetector(unit, arguments.detector, arguments.video));
-    check("initiate", hxrInitiate(unit));
+    tools::check("bandwidths", hxrSetSweepCoupling(unit, arguments.rbwHz, vbw, 1e-6));
+    tools::check("window", hxrSetSweepWindow(unit, arguments.window));
+    tools::check("detector", hxrSetSweepDetector(unit, arguments.detector, arguments.video));
+    tools::check("initiate", hxrInitiate(unit));
 
     Trace trace;
     int points = 0;
-    check("parameters",
-          hxrSweepGetParameters(unit, &trace.rbwHz, &trace.vbwHz, &trace.startHz, &trace.binHz, &points));
+    tools::check("parameters", hxrSweepGetParameters(unit, &trace.rbwHz, &trace.vbwHz, &trace.startHz,
+                                                     &trace.binHz, &points));
     trace.levels.assign(static_cast<std::size_t>(points), -std::numeric_limits<float>::infinity());
     std::vector<float> sweep(trace.levels.size());
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < arguments.sweeps; ++i) {
-        check("sweep", hxrGetSweep(unit, sweep.data()));
+        tools::check("sweep", hxrGetSweep(unit, sweep.data()));
         std::ranges::transform(trace.levels, sweep, trace.levels.begin(),
                                [](float a, float b) { return std::max(a, b); });
     }
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-    check("abort", hxrAbort(unit));
+    tools::check("abort", hxrAbort(unit));
     std::printf("%.6g to %.6g MHz, RBW %.4g kHz, VBW %.4g kHz, %d points, %.1f ms a sweep\n",
                 arguments.startHz / 1e6, arguments.stopHz / 1e6, trace.rbwHz / 1e3, trace.vbwHz / 1e3, points,
                 took.count() / arguments.sweeps);
@@ -181,18 +152,20 @@ void writeTrace(const Trace& trace, const Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        CLI::App app("Swept spectra of an HXR unit.");
+    return tools::run("hxr-sweep", [&] {
+        CLI::App app("Takes swept spectra of an HXR unit.");
+        app.footer(
+            "Examples:\n  hxr-sweep --simulate --rbw 300k\n  hxr-sweep --unit 192.168.2.10 --start 88M "
+            "--stop "
+            "108M --rbw 10k");
         Arguments arguments;
         addOptions(app, arguments);
         CLI11_PARSE(app, argc, argv);
-        const Unit unit(arguments);
+        const tools::Simulation simulation(arguments.where);
+        const tools::Group unit(arguments.where);
         const Trace trace = takeSweeps(unit, arguments);
         printPeaks(trace, arguments);
         if (!arguments.output.empty()) writeTrace(trace, arguments);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "hxr-sweep: %s\n", error.what());
-        return 1;
-    }
+        return tools::allWell;
+    });
 }

@@ -312,9 +312,10 @@ TEST_F(Stream, DatagramThatNeverCameShowsInTheAbort) {
 TEST_F(Stream, CallForMoreThanTheRingHoldsIsServedInPieces) {
     sim::UnitOptions options;
     options.streamsInRealTime = true;
+    options.streamPace = 0.5;  // the ring holds out until the buffers are there
     options.streamBufferTurns = 1'000'000;
     connectGroup(1, options);
-    initiate({2}, 2);
+    initiate({2}, 4);
     const Received received = receive(static_cast<int>(2 * SampleRing::capacity + 5));
     EXPECT_EQ(received.status, hxrNoError);
     EXPECT_EQ(received.loss, 0);

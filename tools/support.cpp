@@ -1,0 +1,179 @@
+#include "support.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <map>
+#include <stdexcept>
+
+namespace tools {
+namespace {
+
+volatile std::sig_atomic_t interrupts = 0;
+
+/// What the user is told where the status alone doesn't help.
+std::string adviceFor(HXRStatus status) {
+    switch (status) {
+        case hxrConnectionLostErr:
+            return "; the unit stopped answering, or a packet was lost on the way: connect anew";
+        case hxrADCAlignmentErr:
+        case hxrDataSyncErr:
+            return "; switch the unit off and on";
+        case hxrCalChecksumFailed:
+            return "; levels may be wrong";
+        default:
+            return "";
+    }
+}
+
+/// The program that lies beside this one, in the same folder or in that of the simulated receiver, or else in the path.
+std::string programBeside(const char* name) {
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
+    for (const auto& folder : {self.parent_path(), self.parent_path() / "../sim"}) {
+        if (std::filesystem::exists(folder / name)) return (folder / name).string();
+    }
+    return name;
+}
+
+}  // namespace
+
+void addCommonOptions(CLI::App& app, Where& where) {
+    app.set_version_flag("--version", hxrGetAPIVersion());
+    app.add_option("--host", where.host, "address of this computer's network interface")
+        ->capture_default_str();
+    app.add_option("--unit", where.units, "address of a unit; repeat it for a group, the master first")
+        ->expected(1)
+        ->take_all()
+        ->capture_default_str();
+    app.add_option("--port", where.port, "UDP port of the units")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+    app.add_flag("--simulate", where.simulate, "start a simulated unit and use that");
+}
+
+CLI::Validator hertz() {
+    const std::map<std::string, double> thousands{{"k", 1e3}, {"M", 1e6}, {"G", 1e9}};
+    return CLI::AsNumberWithUnit(thousands, CLI::AsNumberWithUnit::CASE_SENSITIVE, "Hz");
+}
+
+void check(const std::string& what, HXRStatus status) {
+    const std::string text = what + ": " + hxrGetErrorString(status) + adviceFor(status);
+    if (status < 0) throw std::runtime_error(text);
+    if (status > 0) std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+Simulation::Simulation(Where& where) {
+    if (!where.simulate) return;
+    // Addresses that no other program uses at the moment.
+    const int number = static_cast<int>(getpid());
+    const std::string prefix =
+        "127." + std::to_string(64 + number / 256 % 64) + '.' + std::to_string(number % 256) + '.';
+    std::vector<std::string> words{programBeside("hxr-sim"),  "--scene", "demo", "--real-time", "--port",
+                                   std::to_string(where.port)};
+    for (std::size_t i = 0; i < where.units.size(); ++i) {
+        where.units[i] = prefix + std::to_string(2 + i);
+        words.insert(words.end(), {"--address", where.units[i], "--serial", std::to_string(20000001 + i)});
+    }
+    where.host = prefix + '1';
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe to the simulated unit");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);  // the terminal's Ctrl-C isn't for it
+    const int error = posix_spawnp(&process_, arguments[0], &actions, &attributes, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    close(ends[1]);
+    // It says that it is ready, or ends.
+    std::string said;
+    std::array<char, 256> piece{};
+    while (error == 0 && said.find("ready") == std::string::npos) {
+        const ssize_t got = read(ends[0], piece.data(), piece.size());
+        if (got <= 0) break;
+        said.append(piece.data(), static_cast<std::size_t>(got));
+    }
+    close(ends[0]);
+    if (said.find("ready") == std::string::npos) throw std::runtime_error("the simulated unit doesn't start");
+}
+
+Simulation::~Simulation() {
+    if (process_ <= 0) return;
+    kill(process_, SIGTERM);
+    waitpid(process_, nullptr, 0);
+}
+
+Group::Group(const Where& where) {
+    const auto notThere = [&](const std::string& unit) {
+        return std::runtime_error(
+            "no answer from " + unit + ": is the unit on, is the interface " + where.host +
+            " up with MTU 9000? `hxr-info --check-host` looks at this computer; --simulate tries "
+            "the program without a unit");
+    };
+    warning_ = hxrConnectDevice(&handle_, where.host.c_str(), where.units[0].c_str(), where.port);
+    if (warning_ == hxrDeviceNotFoundErr || warning_ == hxrConnectionLostErr) throw notThere(where.units[0]);
+    check("connecting to " + where.units[0], warning_);
+    for (std::size_t i = 1; i < where.units.size(); ++i) {
+        const HXRStatus status =
+            hxrPairDevice(handle_, where.host.c_str(), where.units[i].c_str(), where.port);
+        if (status < 0) hxrCloseDevice(handle_);
+        if (status == hxrDeviceNotFoundErr || status == hxrConnectionLostErr) throw notThere(where.units[i]);
+        check("pairing with " + where.units[i], status);
+    }
+    hxrGetChannelCount(handle_, &channelCount_);
+}
+
+void catchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupts = interrupts + 1; };
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+bool interrupted() { return interrupts > 0; }
+
+Progress::~Progress() {
+    if (shown_) std::fputc('\n', stderr);
+}
+
+void Progress::show(const std::string& text) {
+    if (isatty(STDERR_FILENO) == 0) return;
+    shown_ = true;
+    std::fprintf(stderr, "\r\033[K%s", text.c_str());
+}
+
+void Progress::bar(const std::string& what, double part) {
+    constexpr std::size_t width = 40;
+    const auto filled = static_cast<std::size_t>(part * width);
+    show(what + " [" + std::string(filled, '#') + std::string(width - filled, ' ') + "] " +
+         std::to_string(static_cast<int>(100 * part)) + " %");
+}
+
+HXRStatus Progress::timed(const std::string& what, const std::function<HXRStatus()>& call) {
+    const auto start = std::chrono::steady_clock::now();
+    auto result = std::async(std::launch::async, call);
+    while (result.wait_for(std::chrono::milliseconds(500)) == std::future_status::timeout) {
+        const auto elapsed = std::chrono::steady_clock::now() - start;
+        show(what + ' ' + std::to_string(std::chrono::duration_cast<std::chrono::seconds>(elapsed).count()) +
+             " s");
+    }
+    return result.get();
+}
+
+}  // namespace tools

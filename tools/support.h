@@ -1,0 +1,107 @@
+/// What the programs for users share: how they are told of units, what they say when something goes wrong, how they end.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "hxr_api.h"
+
+namespace tools {
+
+/// Exit statuses; wrong arguments have those of CLI11, above 100.
+inline constexpr int allWell = 0, somethingFailed = 1, samplesLost = 2;
+
+/// Which units are meant.
+struct Where {
+    std::string host = "192.168.2.2";
+    std::vector<std::string> units{"192.168.2.10"};
+    std::uint16_t port = 5000;
+    bool simulate = false;
+};
+
+/// Adds `--host`, `--unit`, `--port` and `--simulate`, and the version.
+void addCommonOptions(CLI::App& app, Where& where);
+
+/// Takes numbers such as 2.4G or 100k.
+CLI::Validator hertz();
+
+/// @throws std::runtime_error with the driver's text and what to do next, for an error; prints a warning
+void check(const std::string& what, HXRStatus status);
+
+/// A simulated unit of the program's own, in a process that ends with it.
+class Simulation {
+  public:
+    /// @param where  is led to the simulated units
+    /// @throws std::runtime_error
+    explicit Simulation(Where& where);
+    ~Simulation();
+    Simulation(const Simulation&) = delete;
+    Simulation& operator=(const Simulation&) = delete;
+
+  private:
+    pid_t process_ = -1;
+};
+
+/// Connected units, as one group under the first one's handle, until the end of the scope.
+class Group {
+  public:
+    /// @throws std::runtime_error
+    explicit Group(const Where& where);
+    ~Group() { hxrCloseDevice(handle_); }
+    Group(const Group&) = delete;
+    Group& operator=(const Group&) = delete;
+
+    operator int() const { return handle_; }
+    int channelCount() const { return channelCount_; }
+    /// What the connect warned of.
+    HXRStatus warning() const { return warning_; }
+
+  private:
+    int handle_ = -1;
+    int channelCount_ = 0;
+    HXRStatus warning_ = hxrNoError;
+};
+
+/// From now on Ctrl-C only asks the program to end.
+void catchInterrupts();
+bool interrupted();
+
+/// How far something has come, on one line of a terminal; nothing where standard error is none.
+class Progress {
+  public:
+    ~Progress();
+    Progress() = default;
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void show(const std::string& text);
+    /// @param part  0 to 1
+    void bar(const std::string& what, double part);
+    /// Shows the seconds that a call takes.
+    HXRStatus timed(const std::string& what, const std::function<HXRStatus()>& call);
+
+  private:
+    bool shown_ = false;
+};
+
+/// Runs a program's body and says what it throws.
+/// @return the program's exit status
+template <typename Body>
+int run(const char* program, Body&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        return somethingFailed;
+    }
+}
+
+}  // namespace tools
