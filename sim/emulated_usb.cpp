@@ -109,7 +109,6 @@ class EmulatedUsb::Device {
                 --claims_;
                 return 0;
             case USBDEVFS_GETDRIVER:
-                return ENODATA;
             case USBDEVFS_CONNECT:
             case USBDEVFS_IOCTL:
                 return ENODATA;

@@ -30,9 +30,10 @@ int main(int argc, char** argv) try {
     if (blank) units.emplace_back(hxr::sim::Fx3Options{.blank = true});
     for (auto& unit : units) usb.plugIn(unit);
 
-    const std::vector<std::string> words = app.remaining();
+    std::vector<std::string> words = app.remaining();
     std::vector<char*> command;
-    for (const std::string& word : words) command.push_back(const_cast<char*>(word.c_str()));
+    command.reserve(words.size() + 1);
+    for (std::string& word : words) command.push_back(word.data());
     command.push_back(nullptr);
     if (words.empty()) return 0;
     const pid_t child = fork();
