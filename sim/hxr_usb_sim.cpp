@@ -19,7 +19,9 @@ int main(int argc, char** argv) try {
     app.prefix_command();
     std::vector<std::string> serials;
     bool blank = false;
-    app.add_option("--serial", serials, "serial number of a unit; may be given more than once")->expected(1);
+    app.add_option("--serial", serials, "serial number of a unit; may be given more than once")
+        ->expected(1)
+        ->take_all();
     app.add_flag("--blank", blank, "one more unit, without firmware");
     CLI11_PARSE(app, argc, argv);
 
