@@ -70,6 +70,10 @@ class EmulatedUsb::Device {
         const std::lock_guard lock(mutex_);
         return claims_;
     }
+    bool kernelHolds() const {
+        const std::lock_guard lock(mutex_);
+        return kernelHolds_;
+    }
 
   private:
     struct Request {
@@ -102,16 +106,18 @@ class EmulatedUsb::Device {
                 return 0;
             }
             case USBDEVFS_CLAIMINTERFACE:
+                if (kernelHolds_) return EBUSY;
+                ++claims_;
+                return 0;
             case USBDEVFS_DISCONNECT_CLAIM:
+                kernelHolds_ = false;
                 ++claims_;
                 return 0;
             case USBDEVFS_RELEASEINTERFACE:
                 --claims_;
                 return 0;
-            case USBDEVFS_GETDRIVER:
-            case USBDEVFS_CONNECT:
             case USBDEVFS_IOCTL:
-                return ENODATA;
+                return command(argument);
             case USBDEVFS_SUBMITURB:
                 return submit(argument);
             case USBDEVFS_DISCARDURB:
@@ -122,6 +128,19 @@ class EmulatedUsb::Device {
             default:
                 return ENOTTY;
         }
+    }
+
+    /// Of those that go to an interface: the kernel's driver lets it go, or takes it again.
+    int command(UMockdevIoctlData* argument) {
+        auto* const data = umockdev_ioctl_data_resolve(argument, 0, sizeof(usbdevfs_ioctl), nullptr);
+        usbdevfs_ioctl command;
+        std::memcpy(&command, data->data, sizeof command);
+        umockdev_ioctl_data_unref(data);
+        const auto code = static_cast<unsigned>(command.ioctl_code);
+        if (code != USBDEVFS_CONNECT && code != USBDEVFS_DISCONNECT) return ENOTTY;
+        if (code == USBDEVFS_CONNECT && claims_ > 0) return EBUSY;
+        kernelHolds_ = code == USBDEVFS_CONNECT;
+        return 0;
     }
 
     int submit(UMockdevIoctlData* argument) {
@@ -209,6 +228,7 @@ class EmulatedUsb::Device {
     mutable std::mutex mutex_;
     std::list<Request> requests_;
     int claims_ = 0;
+    bool kernelHolds_ = true;
     bool gone_ = false;
 };
 
@@ -233,5 +253,7 @@ void EmulatedUsb::plugIn(Fx3Unit& unit) {
 }
 
 int EmulatedUsb::claims(std::size_t unit) const { return parts_->devices.at(unit)->claims(); }
+
+bool EmulatedUsb::kernelHolds(std::size_t unit) const { return parts_->devices.at(unit)->kernelHolds(); }
 
 }  // namespace hxr::sim

@@ -25,6 +25,9 @@ class EmulatedUsb {
     /// Claims of a unit's interface that were not given back, by the order in which units were plugged in.
     int claims(std::size_t unit) const;
 
+    /// Whether a driver of the kernel has a unit's interface, as one has at first; nobody else can claim it then.
+    bool kernelHolds(std::size_t unit) const;
+
   private:
     class Device;
     struct Parts;

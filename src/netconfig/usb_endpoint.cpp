@@ -39,8 +39,8 @@ PendingTransfer CCyUSBEndPoint::beginBufferedTransfer(std::span<std::byte> buffe
 
 bool CCyUSBEndPoint::finishTransfer(std::span<std::byte> buffer, std::size_t& length,
                                     PendingTransfer& pending) {
+    const auto copy = std::move(pending.copy);  // goes after the transfer, which may still use it
     const auto transfer = std::move(pending.transfer);
-    const auto copy = std::move(pending.copy);
     const bool cameBack = transfer && transfer->wait(std::chrono::milliseconds(0));
     const auto outcome = cameBack ? transfer->outcome() : platform::UsbOutcome::failed;
     length = cameBack ? transfer->moved() : 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <optional>
 
 #include "platform/usb_bus.h"
@@ -89,11 +90,11 @@ class Transfer final : public UsbTransfer {
             const auto slice = forEver ? longest : std::clamp(left, milliseconds(0), longest);
             timeval time{slice.count() / 1000, static_cast<suseconds_t>(slice.count() % 1000 * 1000)};
             libusb_handle_events_timeout_completed(context(), &time, &done_);
-        } while (done_ == 0 && (forEver || steady_clock::now() < deadline));
-        return done_ != 0;
+        } while (!isDone() && (forEver || steady_clock::now() < deadline));
+        return isDone();
     }
     void cancel() override {
-        if (done_ == 0) libusb_cancel_transfer(transfer_.get());
+        if (!isDone()) libusb_cancel_transfer(transfer_.get());
     }
     UsbOutcome outcome() const override { return outcomeOf(transfer_->status); }
     std::size_t moved() const override { return static_cast<std::size_t>(transfer_->actual_length); }
@@ -109,14 +110,17 @@ class Transfer final : public UsbTransfer {
         const auto moved = std::min(self.moved(), self.comesIn_.size());
         std::copy_n(reinterpret_cast<const std::byte*>(transfer->buffer) + LIBUSB_CONTROL_SETUP_SIZE, moved,
                     self.comesIn_.begin());
-        self.done_ = 1;
+        std::atomic_ref(self.done_).store(1, std::memory_order_release);
     }
+
+    /// Another thread, waiting for a transfer of its own, may be the one that notes it.
+    bool isDone() const { return std::atomic_ref(done_).load(std::memory_order_acquire) != 0; }
 
     std::unique_ptr<libusb_transfer, TransferFree> transfer_;
     std::vector<unsigned char> withSetup_;  ///< of a control transfer
     std::span<std::byte> comesIn_;          ///< of a control transfer
     bool submitted_ = false;
-    int done_ = 0;
+    mutable int done_ = 0;
 };
 
 class Connection final : public UsbConnection {

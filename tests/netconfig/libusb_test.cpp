@@ -34,6 +34,7 @@ class LibUsb : public testing::Test {
     static void TearDownTestSuite() {
         for (std::size_t i = 0; i < units.size(); ++i) {
             EXPECT_EQ(usb->claims(i), 0) << i;
+            EXPECT_TRUE(usb->kernelHolds(i)) << i;
             EXPECT_EQ(units[i]->brokenRules(), 0U) << i;
         }
         usb.reset();
@@ -59,9 +60,13 @@ TEST_F(LibUsb, UnitsAreListedOpenedAndSpokenTo) {
     ASSERT_EQ(count, 3);
     std::sort(serials.begin(), serials.begin() + 3);
     EXPECT_EQ(serials, (std::array<std::int32_t, 4>{20000001, 20000002, 20000003, 0}));
-    for (std::size_t i = 0; i < units.size(); ++i) EXPECT_EQ(usb->claims(i), 0);
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        EXPECT_EQ(usb->claims(i), 0);
+        EXPECT_TRUE(usb->kernelHolds(i));
+    }
     ASSERT_EQ(hxrNetworkConfigOpenDevice(&handle, 20000002), hxrNoError);
     EXPECT_EQ(usb->claims(1), 1);
+    EXPECT_FALSE(usb->kernelHolds(1));
     EXPECT_EQ(units[1]->settingRequests(), 0U);
 
     std::int32_t version = 0;
