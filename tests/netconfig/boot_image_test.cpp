@@ -16,9 +16,8 @@ using test::Bytes;
 using Image = std::vector<std::byte>;
 
 Image bytesOf(const Bytes& bytes) {
-    Image image(bytes.size());
-    std::memcpy(image.data(), bytes.data(), bytes.size());
-    return image;
+    const auto all = std::as_bytes(std::span(bytes));
+    return {all.begin(), all.end()};
 }
 
 /// Whether an image verifies, and whether it is told that it doesn't.

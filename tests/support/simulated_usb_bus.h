@@ -23,9 +23,8 @@ struct UsbPort {
 };
 
 inline std::vector<std::uint8_t> bytesOf(std::span<const std::byte> data) {
-    std::vector<std::uint8_t> bytes(data.size());
-    std::memcpy(bytes.data(), data.data(), data.size());
-    return bytes;
+    const auto* const first = reinterpret_cast<const std::uint8_t*>(data.data());
+    return {first, first + data.size()};
 }
 
 /// A transfer comes back at once, or never, if nobody cancels it.
