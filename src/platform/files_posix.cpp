@@ -44,11 +44,12 @@ class PlainFile {
         : descriptor_(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
         struct stat state {};
         if (descriptor_.valid() && ::fstat(descriptor_.number(), &state) == 0 && S_ISREG(state.st_mode))
-            size_ = static_cast<std::size_t>(state.st_size);
+            size_ = state.st_size;
     }
 
-    /// Nothing if it couldn't be opened or is no plain file.
-    std::optional<std::size_t> size() const { return size_; }
+    /// Whether it could be opened and is a plain file.
+    bool valid() const { return size_ >= 0; }
+    std::size_t size() const { return static_cast<std::size_t>(size_); }
 
     bool read(std::span<std::byte> content) const {
         while (!content.empty()) {
@@ -62,7 +63,7 @@ class PlainFile {
 
   private:
     Descriptor descriptor_;
-    std::optional<std::size_t> size_;
+    off_t size_ = -1;
 };
 
 bool writeAll(int descriptor, std::span<const std::byte> content) {
@@ -94,13 +95,13 @@ bool makeUsableFolder(const std::filesystem::path& folder) {
 
 bool readFile(const std::filesystem::path& file, std::span<std::byte> content) noexcept {
     const PlainFile plain(file);
-    return plain.size() && *plain.size() >= content.size() && plain.read(content);
+    return plain.valid() && plain.size() >= content.size() && plain.read(content);
 }
 
 std::optional<std::vector<std::byte>> readWholeFile(const std::filesystem::path& file, std::size_t most) {
     const PlainFile plain(file);
-    if (!plain.size() || *plain.size() > most) return std::nullopt;
-    std::vector<std::byte> content(*plain.size());
+    if (!plain.valid() || plain.size() > most) return std::nullopt;
+    std::vector<std::byte> content(plain.size());
     if (!plain.read(content)) return std::nullopt;
     return content;
 }
