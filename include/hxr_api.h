@@ -950,8 +950,8 @@ HXR_API HXRStatus hxrAdminManualLoadCorrections(int handle, const HXRCalData* da
 /**
  * Tunes one channel of the handle's own unit and takes a short capture of raw samples, 50 MHz complex, as they come from
  * the mixer: what is at the LO comes out at 0 Hz. A channel's own synthesizer takes a step near `loHz`, exactly that at
- * multiples of 3.90625 MHz; above preselector band 16 it is the one at or below, 488.28125 kHz apart. In preselector band 0, up to an LO of 68.4375 MHz, there is no mixer, and a
- * signal comes out at its frequency and at its negative. Corrections are those of the last hxrInitiate.
+ * multiples of 3.90625 MHz; above preselector band 16 it is the one at or below, 488.28125 kHz apart. In preselector
+ * band 0, up to an LO of 68.4375 MHz, there is no mixer, and a signal comes out at its frequency and at its negative. Corrections are those of the last hxrInitiate.
  *
  * The channel stays tuned, so that a further call with `reconfigure` false captures the same again.
  *
