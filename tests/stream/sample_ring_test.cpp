@@ -244,6 +244,15 @@ TEST(SampleRing, UnitThatLostTrackStartsAnewBesideTheOthers) {
         const auto pulled = reader.pull(2048);
         EXPECT_EQ(reader.samples[0][0].re, sampleAt(0, (pulled.time - 1'000'000) / 20).re);
         EXPECT_EQ(reader.samples[1][1].re, sampleAt(1, 1).re);  // the second unit's first samples
+
+        // From then on it is on track: what it is behind by at a purge is behind it only later.
+        first.push(64);
+        ring.purge();
+        second.push(64);
+        first.push(1);
+        EXPECT_EQ(ring.available(), 0);
+        second.push(65);
+        EXPECT_EQ(ring.available(), 2048);
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <functional>
 
 #include "support/allocation.h"
@@ -102,22 +104,33 @@ TEST_F(Allocation, FailuresNeverCrossTheInterface) {
     ASSERT_EQ(hxrAbort(opened), hxrNoError);
 
     // A stream of both units, with the host's filter: whatever fails, no unit is left streaming.
-    enabled[0] = enabled[6] = 1;
+    enabled[0] = enabled[6] = 1;  // beside the sweep's
     ASSERT_EQ(hxrSetChannelConfig(opened, enabled.data(), -1), hxrNoError);
     ASSERT_EQ(hxrSetStreamSampleRate(opened, 8), hxrNoError);
+    for (const auto& unit : units) forgetWhatWasSent(*unit);
     failEveryAllocation([&] { return hxrInitiate(opened); },
                         [&](long granted) {
                             EXPECT_TRUE(isIdle()) << granted;
                             for (const auto& unit : units) {
-                                datagramsAt(*unit);
+                                forgetWhatWasSent(*unit);
                                 EXPECT_FALSE(unit->state().streaming) << granted;
                             }
                         });
     ASSERT_EQ(hxrAbort(opened), hxrNoError);
+    // The units' clocks were set when they were connected, and after plans that were never sent once more.
+    constexpr std::uint32_t setsTheDate = 0x04010005;
+    for (const auto& unit : units) {
+        datagramsAt(*unit);
+        EXPECT_EQ(std::ranges::count(unit->recording().words(), setsTheDate), 1);
+    }
 
     // The stream's own threads need no memory at all, nor does an abort: not for a stream that units send by themselves.
+    std::vector<std::int16_t> received(2 * 100'000);
+    std::array<void*, 3> buffers{received.data(), received.data(), received.data()};
     test::starve([](std::string_view thread) { return thread == "Stream Thread"; });
     EXPECT_EQ(hxrInitiate(opened), hxrNoError);
+    EXPECT_EQ(hxrStreamRecv(opened, buffers.data(), 100'000, nullptr, 0, nullptr, nullptr, nullptr, 0),
+              hxrNoError);
     test::starve(nullptr);
     ASSERT_EQ(hxrAbort(opened), hxrNoError);
     ASSERT_EQ(hxrAbort(1), hxrNoError);
