@@ -124,7 +124,8 @@ bool USBDevice::selectAlternateSetting(std::uint8_t setting) {
     if (!connection_ || !connection_->claim(interface_)) return false;
     if (connection_->alternateSetting(interface_) != setting) {
         const auto it = std::ranges::find(settings_, setting, &AlternateSetting::setting);
-        if (it == settings_.end() || !connection_->selectAlternateSetting(it->interface, setting))
+        if (it == settings_.end() || !connection_->claim(it->interface) ||
+            !connection_->selectAlternateSetting(it->interface, setting))
             return false;
         interface_ = it->interface;
     }

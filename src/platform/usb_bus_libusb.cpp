@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <new>
 #include <optional>
 
 #include "platform/usb_bus.h"
@@ -165,15 +166,13 @@ class Connection final : public UsbConnection {
     }
 
     std::unique_ptr<UsbTransfer> submit(std::uint8_t endpoint, std::span<std::byte> data) override {
-        auto transfer = std::make_unique<Transfer>();
-        if (!claimed_ || !transfer->startBulk(handle_, endpoint, data)) return nullptr;
-        return transfer;
+        return started(
+            [&](Transfer& transfer) { return claimed_ && transfer.startBulk(handle_, endpoint, data); });
     }
     std::unique_ptr<UsbTransfer> submitControl(const UsbSetup& setup, std::span<std::byte> data,
                                                milliseconds atMost) override {
-        auto transfer = std::make_unique<Transfer>();
-        if (!transfer->startControl(handle_, setup, data, atMost)) return nullptr;
-        return transfer;
+        return started(
+            [&](Transfer& transfer) { return transfer.startControl(handle_, setup, data, atMost); });
     }
 
     bool close() override {
@@ -192,6 +191,16 @@ class Connection final : public UsbConnection {
                                        reinterpret_cast<unsigned char*>(data.data()),
                                        static_cast<std::uint16_t>(data.size()), timeoutMs);
     }
+    /// Without memory nothing starts.
+    template <typename Start>
+    static std::unique_ptr<UsbTransfer> started(Start start) noexcept try {
+        auto transfer = std::make_unique<Transfer>();
+        if (!start(*transfer)) return nullptr;
+        return transfer;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+
     void giveBack() {
         if (claimed_) libusb_release_interface(handle_, *claimed_);
         claimed_.reset();

@@ -139,8 +139,6 @@ TEST_F(USBDeviceTest, WrongTablesAreShownAndNotOpened) {
     for (const Case& c : cases) {
         bus.ports.clear();
         bus.plugIn().setDescriptor(c.type, c.bytes);
-        USBDevice usb(bus, {});
-        USBDevice wanted(bus, {});
         testing::internal::CaptureStderr();
         USBDevice unit(bus, unitClass);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), c.shown);
