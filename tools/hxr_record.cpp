@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <exception>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -128,7 +129,8 @@ int record(const Arguments& arguments) {
     std::int64_t written = 0, lost = 0;
     bool room = true, wasLost = false;
     std::vector<char> together;
-    {
+    std::exception_ptr broken;  // what has come till then is kept
+    try {
         tools::Progress progress;
         while (written < wanted && room && !tools::interrupted()) {
             const int count =
@@ -158,8 +160,11 @@ int record(const Arguments& arguments) {
                 "recording" + (lost > 0 ? ", " + std::to_string(lost) + " samples lost" : std::string()),
                 static_cast<double>(written) / static_cast<double>(wanted));
         }
+    } catch (const std::runtime_error&) {
+        broken = std::current_exception();
     }
     for (auto& recording : recordings) room = recording->finish() && room;
+    if (broken) std::rethrow_exception(broken);
     if (!room) throw std::runtime_error("the disk is full; what was written until then may be used");
     std::printf("%lld samples of %zu channels at %.6g MS/s, %lld lost\n", static_cast<long long>(written),
                 stream.channelCount(), stream.rate() / 1e6, static_cast<long long>(lost));
