@@ -169,8 +169,7 @@ void fftForwardCf32(const cf32* src, cf32* dst, const FftPlanCf32& plan, cf32* w
     if (plan.kernels_ == nullptr) return shortTransform(src, dst, plan.length_);
     const auto forward =
         plan.tables_.columns.length > 0 ? plan.kernels_->fftTwoSteps : plan.kernels_->fftOneStep;
-    forward(plan.tables_, reinterpret_cast<const float*>(src), reinterpret_cast<float*>(dst),
-            reinterpret_cast<float*>(work));
+    forward(plan.tables_, floats(src), floats(dst), floats(work));
 }
 
 }  // namespace hxr

@@ -11,9 +11,6 @@
 namespace hxr {
 namespace {
 
-const float* floats(const cf32* p) { return reinterpret_cast<const float*>(p); }
-float* floats(cf32* p) { return reinterpret_cast<float*>(p); }
-
 bool areReal(const cf32* taps, int length) {
     return std::all_of(taps, taps + length, [](const cf32& tap) { return tap.im == 0.0F; });
 }

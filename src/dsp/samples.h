@@ -17,6 +17,10 @@ struct ci16 {
     std::int16_t re, im;
 };
 
+/// Complex samples as pairs of floats.
+inline const float* floats(const cf32* p) { return reinterpret_cast<const float*>(p); }
+inline float* floats(cf32* p) { return reinterpret_cast<float*>(p); }
+
 static_assert(sizeof(cf32) == 8 && sizeof(cf64) == 16 && sizeof(ci16) == 4);
 
 }  // namespace hxr

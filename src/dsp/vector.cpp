@@ -10,9 +10,6 @@
 namespace hxr {
 namespace {
 
-const float* floats(const cf32* p) { return reinterpret_cast<const float*>(p); }
-float* floats(cf32* p) { return reinterpret_cast<float*>(p); }
-
 void copyBytes(const void* src, void* dst, int n, std::size_t elementSize) {
     // The same array as source and destination is allowed by the in-place operations that end here.
     if (n > 0 && src != dst) std::memcpy(dst, src, static_cast<std::size_t>(n) * elementSize);

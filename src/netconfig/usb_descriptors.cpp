@@ -8,10 +8,6 @@
 namespace hxr {
 namespace {
 
-namespace type {
-constexpr std::uint8_t configuration = 2, interface = 4, endpoint = 5, objectStore = 15, companion = 0x30;
-}
-
 std::uint8_t byteAt(std::span<const std::byte> bytes, std::size_t offset) {
     return std::to_integer<std::uint8_t>(bytes[offset]);
 }
@@ -76,7 +72,7 @@ void addCompanion(EndpointDescriptor& endpoint, std::span<const std::byte> descr
 
 std::optional<std::vector<AlternateSetting>> alternateSettingsOf(std::span<const std::byte> configuration) {
     constexpr std::size_t headBytes = 9, interfaceBytes = 9, endpointBytes = 7, companionBytes = 6;
-    DescriptorRow row(configuration, type::configuration, headBytes);
+    DescriptorRow row(configuration, descriptor_type::configuration, headBytes);
     std::vector<AlternateSetting> settings;
     EndpointDescriptor* lastEndpoint = nullptr;  // the descriptor before was its
     while (true) {
@@ -84,14 +80,14 @@ std::optional<std::vector<AlternateSetting>> alternateSettingsOf(std::span<const
         if (descriptor.empty()) break;
         EndpointDescriptor* const before = std::exchange(lastEndpoint, nullptr);
         const auto is = [&](std::uint8_t wanted) { return typeOf(descriptor) == wanted; };
-        if (is(type::interface)) {
+        if (is(descriptor_type::interface)) {
             if (descriptor.size() < interfaceBytes) return std::nullopt;
             settings.push_back({.interface = byteAt(descriptor, 2), .setting = byteAt(descriptor, 3)});
-        } else if (is(type::endpoint)) {
+        } else if (is(descriptor_type::endpoint)) {
             if (descriptor.size() < endpointBytes) return std::nullopt;
             if (settings.empty()) continue;  // of no interface
             lastEndpoint = &settings.back().endpoints.emplace_back(endpointOf(descriptor));
-        } else if (is(type::companion) && before != nullptr) {
+        } else if (is(descriptor_type::companion) && before != nullptr) {
             if (descriptor.size() < companionBytes) return std::nullopt;
             addCompanion(*before, descriptor);
         }
@@ -102,7 +98,7 @@ std::optional<std::vector<AlternateSetting>> alternateSettingsOf(std::span<const
 
 bool isObjectStore(std::span<const std::byte> bytes) {
     constexpr std::size_t headBytes = 5;
-    DescriptorRow row(bytes, type::objectStore, headBytes);
+    DescriptorRow row(bytes, descriptor_type::objectStore, headBytes);
     while (!row.next().empty()) {
     }
     return row.whole();

@@ -9,6 +9,12 @@
 
 namespace hxr {
 
+/// What kind a descriptor is of.
+namespace descriptor_type {
+inline constexpr std::uint8_t device = 1, configuration = 2, string = 3, interface = 4, endpoint = 5,
+                              objectStore = 15, companion = 0x30;
+}
+
 /// An endpoint's descriptor with its SuperSpeed companion, whose fields are zero without one.
 struct EndpointDescriptor {
     std::uint8_t descriptorLength = 0, descriptorType = 0;

@@ -9,10 +9,6 @@
 namespace hxr {
 namespace {
 
-namespace type {
-constexpr std::uint8_t device = 1, configuration = 2, string = 3, objectStore = 15;
-}
-
 void show(const char* title, const char* text) { std::fprintf(stderr, "%s: %s\n", title, text); }
 
 }  // namespace
@@ -70,18 +66,18 @@ bool USBDevice::open(int position) {
 bool USBDevice::readDescriptors() {
     constexpr std::size_t deviceBytes = 18, serialAt = 16, versionAt = 2;
     constexpr std::uint16_t firstWithObjectStore = 0x0201;
-    const auto device = connection_->descriptor(type::device, 0);
+    const auto device = connection_->descriptor(descriptor_type::device, 0);
     if (device.size() < deviceBytes) return false;
     serialNumber_ = readString(std::to_integer<std::uint8_t>(device[serialAt]));
 
     if (halfWordAt(device, versionAt) >= firstWithObjectStore) {
-        const auto store = connection_->descriptor(type::objectStore, 0);
+        const auto store = connection_->descriptor(descriptor_type::objectStore, 0);
         if (!store.empty() && !isObjectStore(store)) {
             show("Wrong BOS Descriptor", "Please correct firmware BOS descriptor table");
             return false;
         }
     }
-    const auto configuration = connection_->descriptor(type::configuration, 0);
+    const auto configuration = connection_->descriptor(descriptor_type::configuration, 0);
     if (configuration.empty()) return false;
     auto settings = alternateSettingsOf(configuration);
     if (!settings) {
@@ -96,7 +92,7 @@ bool USBDevice::readDescriptors() {
 std::u16string USBDevice::readString(std::uint8_t index) {
     constexpr std::size_t headBytes = 2;
     const auto stringOf = [this](std::uint8_t which, std::uint16_t language) {
-        auto bytes = connection_->descriptor(type::string, which, language);
+        auto bytes = connection_->descriptor(descriptor_type::string, which, language);
         const std::size_t length = bytes.empty() ? 0 : std::to_integer<std::size_t>(bytes[0]);
         bytes.resize(std::min(bytes.size(), length));
         return bytes;

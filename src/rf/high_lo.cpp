@@ -9,7 +9,7 @@ namespace {
 
 using words::Word;
 
-constexpr double lowestVcoHz = 1.1e10;
+constexpr double lowestHighVcoHz = 1.1e10;
 
 /// Writes to a channel's `highLo`.
 struct HighLo {
@@ -39,8 +39,8 @@ std::uint8_t outputStage(double hz) {
 const LoTableRow& tunedRow(const LoContext& context, int channel, double hz) {
     constexpr double spacingHz = 1.5625e7;
     const auto& table = context.highLoTables[static_cast<std::size_t>(channel)];
-    const double listedHz = hz < lowestVcoHz ? 2 * hz : hz;
-    return table[rowIndex((listedHz - lowestVcoHz) / spacingHz, table.size())];
+    const double listedHz = hz < lowestHighVcoHz ? 2 * hz : hz;
+    return table[rowIndex((listedHz - lowestHighVcoHz) / spacingHz, table.size())];
 }
 
 // A point's VCO setting lies across three registers.
@@ -66,7 +66,7 @@ WordRun buildHighLoTune(const LoContext& context, int channel, double hz) {
     const HighLo write{channel};
     constexpr double referenceHz = 2.5e8;
     constexpr double fractions = 512;
-    const std::uint32_t halvings = doubledTo(lowestVcoHz, hz).halvings;
+    const std::uint32_t halvings = doubledTo(lowestHighVcoHz, hz).halvings;
     // The divider counts the divided output. A tenth of a count keeps exact multiples from falling below.
     const auto ratio = static_cast<std::uint32_t>(std::floor(hz / referenceHz * fractions + 0.1));
 
@@ -90,7 +90,7 @@ WordRun buildHighLoTune(const LoContext& context, int channel, double hz) {
 
 WordRun buildHighLoFollow(const LoContext& context, int channel, double hz) {
     const HighLo write{channel};
-    const auto [vcoHz, halvings] = doubledTo(lowestVcoHz, hz);
+    const auto [vcoHz, halvings] = doubledTo(lowestHighVcoHz, hz);
     const bool upperPump = vcoHz > 1.6e10 && vcoHz <= 2e10;
     const LoTableRow& row = tunedRow(context, channel, hz);
 

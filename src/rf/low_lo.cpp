@@ -13,13 +13,13 @@ using words::Chip;
 using words::Word;
 
 constexpr double referenceHz = 125e6;
-constexpr double lowestVcoHz = 4e9;
+constexpr double lowestLowVcoHz = 4e9;
 constexpr int fractions = 32;
 
 /// The factory's point for a VCO frequency.
 const LoTableRow& tunedRow(const std::vector<LoTableRow>& table, double vcoHz) {
     constexpr double spacingHz = 7.8125e6;
-    return table[rowIndex((vcoHz - lowestVcoHz) / spacingHz, table.size())];
+    return table[rowIndex((vcoHz - lowestLowVcoHz) / spacingHz, table.size())];
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ WordRun buildLowLoTune(LoContext& context, int channel, int band, double hz, Idl
         run = {words::highLoOff(channel), write(0x00, 0x18)};
     }
 
-    const auto [vcoHz, halvings] = doubledTo(lowestVcoHz, hz);
+    const auto [vcoHz, halvings] = doubledTo(lowestLowVcoHz, hz);
     const auto ratio = static_cast<std::uint32_t>(std::floor(vcoHz * fractions / referenceHz + 0.5));
     const std::uint32_t integer = ratio / fractions, fraction = ratio % fractions;
 
