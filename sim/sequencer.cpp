@@ -115,6 +115,7 @@ struct Sequencer::Execution {
 
     void operator()(const Capture& capture) {
         if (!state.flashReadMode) {
+            checkCapturedInput();
             afterwards = [this, count = capture.datagrams] { outputs.sendSamples(count); };
             return;
         }
@@ -124,6 +125,17 @@ struct Sequencer::Execution {
         }
         if (capture.datagrams != 1) note("flash read of other than one page");
         afterwards = [this, page = *state.selectedPage] { outputs.sendPage(page); };
+    }
+
+    /// A route names the one input that captures take by its number plus 4.
+    void checkCapturedInput() {
+        const unsigned named = state.route >> 4 & 7;
+        unsigned taken = 0;
+        for (unsigned channel = 0; channel < channelCount; ++channel) {
+            const CaptureInput input = captureInput(state.inputSelect, channel);
+            if (input.low || input.high || input.fullBand) taken = channel + 4;
+        }
+        if (taken != named) note("capture of another input than its route leads");
     }
 
     void operator()(const InputSelect& select) { state.inputSelect = select.inputs; }

@@ -39,10 +39,10 @@ inline Words passThrough() {
 
 /// Channel 0 at a plain step: LO 3906.25 MHz, band 14, attenuator 0 dB, gain code 8.
 inline const Words stepOneHundred = {
-    0x92183333, 0x92193333, 0x921A8000, 0x921B8000, 0x93001F60, 0x91000008, 0x94001529, 0x52000100,
-    0x5100FF88, 0x90002B83, 0x41000018, 0x41002505, 0x41002490, 0x41001701, 0x41001600, 0x4100103E,
-    1,          1,          0x4C000000, 0x05000009, 0,          0,          0x04020300, 0,
-    0x00300000, 0,          0,          0x05000009, 0,          0,          0x13000001};
+    0x0F003340, 0x92183333, 0x92193333, 0x921A8000, 0x921B8000, 0x93001F60, 0x91000008, 0x94001529,
+    0x52000100, 0x5100FF88, 0x90002B83, 0x41000018, 0x41002505, 0x41002490, 0x41001701, 0x41001600,
+    0x4100103E, 1,          1,          0x4C000000, 0x05000009, 0,          0,          0x04020300,
+    0,          0x00300000, 0,          0,          0x05000009, 0,          0,          0x13000001};
 
 /// An image in which all rows of the level table at a temperature index hold one level, and all gain codes
 /// are 8.

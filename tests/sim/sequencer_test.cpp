@@ -37,8 +37,8 @@ TEST_F(SequencerTest, FindsNoFaultInSequencesOfASoundHost) {
         {0x04040320, 0xC0A80202, 0x137F0001, 0x5E000001, 0x055324FB, 0, 0},
         {0x92183333, 0x93001F60, 0x91000008, 0x94001529, 0x52000100, 0x5100FF88, 1, 1, 0x4C000000, 0x05000009,
          0, 0},
-        {0x04020300, 0, 0x00300000, 0, 0, 0x13000001, 0x05012710, 0, 0, 0x12000004, 0x058303E8, 0, 0,
-         0x11000008},
+        {0x0F003340, 0x04020300, 0, 0x00300000, 0, 0, 0x13000001, 0x05012710, 0, 0, 0x12000004, 0x058303E8, 0,
+         0, 0x11000008},
         {0x0F003370, 0x0F00330F, 0x0F00324E, 0x0F00110F, 0x0F003040},
     };
     for (const Words& packet : packets) sequencer.runControlPacket(packet);
@@ -69,7 +69,9 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
         {"focus input", {0x0F003120}},
         {"focus input streamed", {0x0F003141}},
         {"input selection", {0x13001000}},
-        {"empty capture", {0x12000000}},
+        {"empty capture", {0x0F003040, 0x13000001, 0x12000000}},
+        {"capture without an input", {0x0F003040, 0x13000000, 0x12000001}},
+        {"capture of another input", {0x0F003050, 0x13000800, 0x12000001}},
         {"latch position", {0x1D000003}},
         {"latch without a read", {0x1D000000}},
         {"read line of the other channel", {0x98000003}},
