@@ -430,12 +430,12 @@ HXR_API HXRStatus hxrSetStreamLocalAddr(int handle, int unit, uint16_t port);
  * Sets where the VRT packets of a channel go; 192.168.2.2, port 4991 and no hardware address at first. A unit with VRT
  * destinations in force is told at once, another when hxrSetStreamMode calls for them.
  *
- * @param channel  of the group, on an idle unit
+ * @param channel  of the group. What a slave sends can be led elsewhere while its group streams, the master's not.
  * @param address  IPv4 address, dotted decimal; not checked: what is no address sends to nowhere
  * @param port     UDP port
  * @param mac      hardware address in the low 48 bits, first byte highest; not looked up
- * @return hxrNullPointerErr; hxrInvalidParameterErr for a channel outside; hxrInvalidConfigurationErr while initiated;
- *         hxrConnectionLostErr if the unit could not be told, with the destination kept
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for a channel outside; hxrInvalidConfigurationErr while the
+ *         channel's unit is initiated by its own handle; hxrConnectionLostErr if the unit could not be told, with the destination kept
  */
 HXR_API HXRStatus hxrSetStreamVrtAddr(int handle, int channel, const char* address, uint16_t port,
                                       uint64_t mac);

@@ -34,6 +34,7 @@ void takeCapture(HXRDevice& device, const FullBandPlan& plan, float* iq) {
 }  // namespace
 
 HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq) {
+    if (device.sweepConfigured || device.streamConfigured) return hxrInvalidConfigurationErr;
     if (!inputLimits.contain(request.channel) || !attenuatorIndexLimits.contain(request.tuning.attenuator) ||
         !captureBlockLimits.contain(request.blocks)) {
         return hxrInvalidParameterErr;
@@ -41,7 +42,6 @@ HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq)
     double& loHz = request.tuning.loHz;
     const HXRStatus limited = request.reconfigure ? storeWithin(fullBandLoLimits, loHz, loHz) : hxrNoError;
     if (limited < 0) return limited;
-    if (device.sweepConfigured || device.streamConfigured) return hxrInvalidConfigurationErr;
     const std::unique_lock control(device.acquisitionMutex, std::try_to_lock);
     if (!control.owns_lock()) return hxrInvalidConfigurationErr;
 

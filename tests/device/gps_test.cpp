@@ -145,11 +145,6 @@ std::filesystem::path recordFile(const ScriptedUnit& unit) {
     return unit.folder.path() / "rk12345678gps.bin";
 }
 
-std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// A record of 64 bytes, least significant byte first.
 std::string recordOf(std::uint64_t time, std::uint64_t tune, std::uint32_t mark = 0x00677073,
                      std::uint32_t version = 1) {
@@ -208,7 +203,8 @@ TEST_F(Gps, FollowsAUnitThatHasSteeredItsTimebaseFarEnough) {
         EXPECT_EQ(after.holdoverCoarseTune, followed ? tune : 0);
         EXPECT_EQ(after.holdoverTime, followed ? 0x112233445U : 0);
         EXPECT_FALSE(after.holdoverValid);
-        EXPECT_EQ(contentOf(recordFile(unit)), followed ? recordOf(0x112233445, tune) : "");
+        const auto record = test::contentOf(recordFile(unit));
+        EXPECT_EQ(std::string(record.begin(), record.end()), followed ? recordOf(0x112233445, tune) : "");
     }
 }
 

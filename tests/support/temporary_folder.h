@@ -2,9 +2,13 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace hxr::test {
 
@@ -28,5 +32,11 @@ class TemporaryFolder {
   private:
     std::filesystem::path path_;
 };
+
+/// The bytes of a file, none if it isn't there.
+inline std::vector<std::uint8_t> contentOf(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
 
 }  // namespace hxr::test

@@ -12,15 +12,11 @@
 namespace hxr {
 namespace {
 
+using test::contentOf;
 using test::Installation;
 
 constexpr std::size_t pagesOfAWholeImage = 966;
 constexpr std::size_t pagesWithACache = 7;
-
-std::vector<std::uint8_t> contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 void write(const std::filesystem::path& file, const std::vector<std::uint8_t>& content) {
     std::filesystem::create_directories(file.parent_path());

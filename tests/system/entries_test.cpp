@@ -124,7 +124,9 @@ TEST_F(Entries, RefuseNullPointers) {
     EXPECT_EQ(hxrGetDeviceDiagnostics(handle, nullptr, nullptr, nullptr), hxrNoError);
     EXPECT_EQ(hxrGetGPSHoldoverInfo(handle, nullptr, nullptr), hxrNoError);
     EXPECT_EQ(hxrGetGPSInfo(handle, 1, nullptr, nullptr, nullptr, nullptr, nullptr), hxrNoError);
+    forgetWhatWasSent(*units[0]);
     EXPECT_EQ(hxrAdminGetLOLockFlags(handle, nullptr, nullptr), hxrNoError);
+    EXPECT_EQ(datagramsAt(*units[0]), 1U) << "a status is read all the same";
 }
 
 TEST_F(Entries, RefuseTextsThatAreNoAddresses) {

@@ -160,7 +160,11 @@ TEST_F(FullBand, GoesOutInOnePacketWordForWord) {
 TEST_F(FullBand, TunesAsTheFormAsks) {
     ASSERT_EQ(hxrSetChannelDelay(handle, 1, 3e-9), hxrNoError);
     const CorrectionState& corrections = *device(handle).corrections;
-    constexpr double loHz = 1'015'625'000.0;
+    // Without a mixer it is still the LO that would be used that chooses among the corrections.
+    constexpr double loHz = 1'015'625'000.0, directHz = 60e6;
+    HXRCalData& image = *device(handle).corrections->image;
+    for (std::size_t k = 0; k < 4; ++k) image.channelGainCode[1][k] = static_cast<std::uint8_t>(0x50 + k);
+    image.channelGainCode[1][26] = 0x5A;
     std::array<float, 126> taps{};
     ResponseTaps given;
     for (std::size_t i = 0; i < taps.size(); ++i) taps[i] = 1.0F / static_cast<float>(i + 1);
@@ -168,16 +172,24 @@ TEST_F(FullBand, TunesAsTheFormAsks) {
     const struct {
         const char* what;
         bool shared;
+        double loHz;
         float* taps;
         ResponseTaps expected;
         std::uint32_t highLo;  ///< what becomes of the channel's high synthesizer: off, or parked
+        std::uint32_t gain;
     } cases[] = {
-        {"design", false, nullptr, buildResponseFilter(corrections, false, 1, 3e-9, 26).taps, 0xA0002B83},
-        {"full grid", true, nullptr, buildResponseFilter(corrections, true, 1, 3e-9, 26).taps, 0xA0001020},
-        {"given", false, taps.data(), given, 0xA0002B83},
+        {"design", false, loHz, nullptr, buildResponseFilter(corrections, false, 1, 3e-9, 26).taps,
+         0xA0002B83, 0xA100005A},
+        {"full grid", true, loHz, nullptr, buildResponseFilter(corrections, true, 1, 3e-9, 26).taps,
+         0xA0001020, 0xA100005A},
+        {"given", false, loHz, taps.data(), given, 0xA0002B83, 0xA100005A},
+        {"direct", true, directHz, nullptr, buildResponseFilter(corrections, true, 1, 3e-9, 2).taps,
+         0xA0001020, 0xA1000052},
     };
+    EXPECT_NE(cases[3].expected, buildResponseFilter(corrections, true, 1, 3e-9, 1).taps);
     for (const auto& test : cases) {
-        const Words words = wordsOf([&] { return take(1, test.shared, loHz, 1, 0, true, test.taps); });
+        const Words words = wordsOf([&] { return take(1, test.shared, test.loHz, 1, 0, true, test.taps); });
+        EXPECT_EQ(std::ranges::count(words, test.gain), 1) << test.what;
         const auto block = tapBlock(test.expected);
         EXPECT_TRUE(std::equal(block.begin(), block.end(), words.begin() + 2)) << test.what;
         EXPECT_EQ(std::ranges::count(words, test.highLo), 1) << test.what;
@@ -187,13 +199,39 @@ TEST_F(FullBand, TunesAsTheFormAsks) {
         const Words words = wordsOf([&] { return take(1, true, -1, blocks, 6, false); });
         EXPECT_EQ(words, joined({{0x12000000U + static_cast<std::uint32_t>(blocks)}, statusBehind}));
     }
-    EXPECT_EQ(unit.tuning(1).loHz, loHz);
     ASSERT_EQ(hxrInitiate(handle), hxrNoError);
     EXPECT_EQ(take(1, true, loHz), hxrNoError) << "nothing is configured";
     EXPECT_NE(device(handle).fullBandPlan, nullptr);
     ASSERT_EQ(hxrAbort(handle), hxrNoError);
     EXPECT_FALSE(device(handle).fullBandConfigured);
     EXPECT_EQ(device(handle).fullBandPlan, nullptr);
+}
+
+TEST_F(FullBand, PausesWhereTheBandOfTheChannelChanges) {
+    iq.resize(2 * blockSamples);
+    const struct {
+        int channel;
+        double loHz;
+        bool reconfigure, pause;
+    } cases[] = {{3, 30e6, true, false},  // as if it had been captured in band 0
+                 {3, 10e9, true, true},   {0, 10e9, true, true},  {3, 11e9, true, false},
+                 {3, 1e9, false, false},  {3, 12e9, true, false}, {0, 1e9, true, true},
+                 {0, 10e9, false, false}, {0, 1e9, true, false},  {3, 1e9, true, true}};
+    for (const auto& [channel, loHz, reconfigure, pause] : cases) {
+        const Words words = wordsOf([&] {
+            return hxrAdminGetFullBandIQ(handle, channel, false, loHz, 0, iq.data(), 1, reconfigure, nullptr);
+        });
+        EXPECT_EQ(std::ranges::count(words, 0x050001ECU), pause ? 1 : 0) << channel << ' ' << loHz;
+    }
+}
+
+TEST_F(FullBand, TakesThePreselectorThatIsForced) {
+    constexpr std::uint32_t seventhFilter = 0x93004040;  // of band 18, without attenuation
+    for (const bool forced : {true, false}) {
+        ASSERT_EQ(forced ? hxrAdminSetPreselectorFilter(18) : hxrAdminSetAutoPreselectorFilter(), hxrNoError);
+        const Words words = wordsOf([&] { return take(0, false, 1e9); });
+        EXPECT_EQ(std::ranges::count(words, seventhFilter), forced ? 1 : 0);
+    }
 }
 
 TEST_F(FullBand, RefusesAndChangesNothing) {
@@ -220,6 +258,7 @@ TEST_F(FullBand, RefusesAndChangesNothing) {
         ASSERT_EQ(hxrInitiate(handle), hxrNoError);
         forgetWhatWasSent(unit);
         EXPECT_EQ(take(1, false, 1e9), hxrInvalidConfigurationErr);
+        EXPECT_EQ(take(4, false, notANumber, 0), hxrInvalidConfigurationErr) << "which is told first";
         EXPECT_EQ(datagramsAt(unit), 0U);
         ASSERT_EQ(hxrAbort(handle), hxrNoError);
     }

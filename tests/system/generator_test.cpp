@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <complex>
@@ -144,8 +145,16 @@ TEST_F(GeneratorInTheAir, PlaysBesideASweepAndAStreamAndStopsWithThem) {
     ASSERT_EQ(hxrSetStreamAtten(handle, 3), hxrNoError);
     ASSERT_EQ(hxrSetSweepAtten(handle, 3), hxrNoError);
     ASSERT_EQ(hxrSetSweepStartStop(handle, hz - 10e6, hz + 10e6), hxrNoError);
+    forgetWhatWasSent(*units[0]);
     ASSERT_EQ(hxrInitiate(handle), hxrNoError);
     EXPECT_NEAR(levelAt(take(), hz), -15, 0.2);
+
+    // The pattern goes out before the sweep and the stream, of which the stream is the last to tune the shared LO.
+    constexpr std::uint32_t patternLength = 0x2000000F, capture = 0x12000001, streamStart = 0x0E01137F;
+    const auto words = units[0]->recording().words();
+    const auto first = std::ranges::find_first_of(words, std::array{patternLength, capture, streamStart});
+    EXPECT_EQ(first == words.end() ? 0 : *first, patternLength);
+    EXPECT_EQ(std::ranges::count(words, streamStart), 1);
 
     // The carrier comes to rest in the stream.
     std::vector<std::complex<float>> samples(2000);

@@ -135,7 +135,9 @@ TEST_F(Service, CalibratesAndReadsWordForWord) {
         std::size_t imageWords;
         const char* tuning;  ///< behind the image
         Words readout;
+        const char* end = "4C000000";  ///< of the tuning
     };
+    const Words high2 = joined({{0xD8000002}, readWords(0xD0000000, high)});
     // Without tuning data the low synthesizer is given its image of 60 words where it has none, the high one always its
     // image and a pause of 115.
     const Case cases[] = {
@@ -151,8 +153,12 @@ TEST_F(Service, CalibratesAndReadsWordForWord) {
         {Which::shared, 0, 4000, true, 0,
          "45007003 4500251E 45002490 45001E18 45001701 450016FF 4500103F 1 1 4C000000",
          readWords(0x45000000, low)},
-        {Which::high, 2, 0, true, 115, "5102FFD1 43000081 43000081",
-         joined({{0xD8000002}, readWords(0xD0000000, high)})},
+        {Which::high, 2, 0, true, 115, "5102FFD1 43000081 43000081", high2},
+        // The last that is tuned at its double, and the first that isn't.
+        {Which::high, 2, 319, true, 115, "5102FFD1 43000081 43000081", high2,
+         "D0001503 D00014E0 D0001100 D000103F 4C000000"},
+        {Which::high, 2, 320, true, 115, "5102FFD1 43000081 43000081", high2,
+         "D0001502 D0001400 D0001120 D0001020 4C000000"},
         {Which::high, 1, 704, false, 115, "5101FFE1 42000081 A0002B01",
          joined({{0xA8000003}, readWords(0xA0000000, high)})},
     };
@@ -177,7 +183,8 @@ TEST_F(Service, CalibratesAndReadsWordForWord) {
         EXPECT_TRUE(
             std::equal(tuning.begin(), tuning.end(), sent.begin() + static_cast<long>(test.imageWords)))
             << test.tuning;
-        EXPECT_EQ(sent.back(), 0x4C000000U);
+        const Words end = registerWords(0, test.end);
+        EXPECT_TRUE(std::equal(end.rbegin(), end.rend(), sent.rbegin())) << test.end;
         EXPECT_EQ(packets[1].content(), test.readout) << test.tuning;
         EXPECT_EQ(test.readout.size(), test.which == Which::high ? 85U : 71U);
         EXPECT_EQ(device(handle).loContext.lowLoReady[static_cast<std::size_t>(test.channel)],
@@ -231,8 +238,10 @@ TEST_F(Service, StoresWhatItIsTold) {
     };
     const int h = handle;
     // Flash and cache stay as they are, and so does the pretest section.
+    const auto cached = test::contentOf(cacheFile());
     const auto isLoaded = [&] {
-        return std::ranges::equal(chamber(image), chamber(*other)) && image.loftI[0][1] != 0x0505 &&
+        return !cached.empty() && test::contentOf(cacheFile()) == cached &&
+               std::ranges::equal(chamber(image), chamber(*other)) && image.loftI[0][1] != 0x0505 &&
                std::ranges::equal(chamber(device(handle).link->flashCopy()), flash);
     };
 #define DO(expression) [&] { return expression; }
@@ -244,8 +253,9 @@ TEST_F(Service, StoresWhatItIsTold) {
         {hxrNoError, DO(hxrAdminSetCorrectionMode(h, true)), DO(atIndex(0, 0))},
         {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 4)), DO(atIndex(4, 0))},
         {hxrSettingClamped, DO(hxrAdminSetCorrectionIndex(h, -1)), DO(atIndex(0, 0))},
-        {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 6)), DO(atIndex(5, 1))},
         {hxrSettingClamped, DO(hxrAdminSetCorrectionIndex(h, 7)), DO(atIndex(5, 1))},
+        {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 0)), DO(atIndex(0, 0))},
+        {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 6)), DO(atIndex(5, 1))},
         {hxrNoError, DO(hxrAdminSetCorrectionMode(h, false)), DO(!atIndex(5, 1))},
         {hxrNoError, DO(hxrAdminSetLOFT(h, -70'000, 7)),
          DO((lookupLoft(corrections, 2, 300) == LoftPair{-70'000, 7}))},

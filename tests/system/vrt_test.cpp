@@ -20,8 +20,16 @@
 namespace hxr {
 namespace {
 
-constexpr int channels = 8, decimation = 2, interval = 5;
-constexpr double sharedHz = 2.4e9, bandwidthHz = 7e6, rateHz = 25e6;
+constexpr int channels = 8, interval = 5;
+constexpr double sharedHz = 2.4e9;
+
+/// What a stream is set to, and what its packets tell: units don't decimate by more than 4.
+struct Streamed {
+    bool littleEndian;
+    int decimation;
+    double setHz;  ///< bandwidth
+    double bandwidthHz, rateHz;
+};
 
 std::uint16_t portOf(int channel) { return static_cast<std::uint16_t>(7000 + channel); }
 std::uint64_t hardwareAddressOf(int channel) { return 0x020000AB0000U + static_cast<unsigned>(channel); }
@@ -59,7 +67,7 @@ class Packet {
 
 class Vrt : public test::Streaming {
   protected:
-    void setUp(bool littleEndian) {
+    void setUp(const Streamed& setup) {
         hxrAbort(handle);
         ASSERT_EQ(hxrSetStreamMode(handle, 1), hxrNoError);
         for (int channel = 0; channel < channels; ++channel) {
@@ -69,26 +77,26 @@ class Vrt : public test::Streaming {
             ASSERT_EQ(hxrSetChannelShared(handle, channel, channel % 2), hxrNoError);
         }
         ASSERT_EQ(hxrSetStreamVrtCntxInterval(handle, 1, interval), hxrNoError);
-        ASSERT_EQ(hxrSetStreamVrtEndianness(handle, littleEndian ? 1 : 0), hxrNoError);
+        ASSERT_EQ(hxrSetStreamVrtEndianness(handle, setup.littleEndian ? 1 : 0), hxrNoError);
         ASSERT_EQ(hxrSetSharedFreq(handle, sharedHz), hxrNoError);
         ASSERT_EQ(hxrSetStreamAtten(handle, 3), hxrNoError);
         const std::vector<int> enabled(channels, 1);
         ASSERT_EQ(hxrSetChannelConfig(handle, enabled.data(), -1), hxrNoError);
-        ASSERT_EQ(hxrSetStreamSampleRate(handle, decimation), hxrNoError);
-        ASSERT_EQ(hxrSetStreamBandwidth(handle, bandwidthHz), hxrNoError);
+        ASSERT_EQ(hxrSetStreamSampleRate(handle, setup.decimation), hxrNoError);
+        ASSERT_EQ(hxrSetStreamBandwidth(handle, setup.setHz), hxrNoError);
     }
 
-    void checkContext(const Packet& packet, int channel) {
+    void checkContext(const Packet& packet, int channel, const Streamed& setup) {
         float correction = 0;
         ASSERT_EQ(hxrStreamCorrection(handle, channel, &correction), hxrNoError);
         constexpr double fraction = 1 << 20;
         EXPECT_TRUE(packet.fillsItsSize());
         EXPECT_EQ(packet.bits(5), 0xA9A64000);
-        EXPECT_EQ(packet.bits(6, 64), static_cast<std::uint64_t>(bandwidthHz * fraction));
+        EXPECT_EQ(packet.bits(6, 64), static_cast<std::uint64_t>(setup.bandwidthHz * fraction));
         EXPECT_EQ(packet.bits(8, 64), static_cast<std::uint64_t>(sharedHz * fraction));
         EXPECT_NEAR(packet.number(10) / 128.0, 20 * std::log10(correction), 0.01);
         EXPECT_EQ(packet.bits(11), static_cast<std::uint16_t>(-15 * 128));
-        EXPECT_EQ(packet.bits(12, 64), static_cast<std::uint64_t>(rateHz * fraction));
+        EXPECT_EQ(packet.bits(12, 64), static_cast<std::uint64_t>(setup.rateHz * fraction));
         EXPECT_EQ(packet.number(14) / 64.0, 41.25);
         const auto unit = static_cast<std::size_t>(channel / 4);
         EXPECT_EQ(packet.bits(16), units[unit]->identity().serialNumber & 0xFFFF);
@@ -135,9 +143,13 @@ TEST_F(Vrt, PacketsOfEveryChannelReachItsDestination) {
     std::vector<std::unique_ptr<test::Peer>> destinations;
     for (int channel = 0; channel < channels; ++channel)
         destinations.push_back(std::make_unique<test::Peer>(test::hostAddress(), portOf(channel)));
-    for (const bool littleEndian : {false, true}) {
-        setUp(littleEndian);
+    const Streamed setups[] = {
+        {false, 2, 7e6, 7e6, 25e6}, {true, 2, 40e6, 20e6, 25e6}, {false, 256, 40e6, 10e6, 12.5e6}};
+    for (const Streamed& setup : setups) {
+        setUp(setup);
         ASSERT_EQ(hxrInitiate(handle), hxrNoError);
+        int count = 0;
+        EXPECT_EQ(hxrStreamParameters(handle, &count, nullptr, nullptr), hxrInvalidConfigurationErr);
         for (int channel = 0; channel < channels; ++channel) {
             std::uint64_t position = 0, data = 0, contexts = 0, nextTime = 0;
             while (contexts < 2) {
@@ -148,18 +160,18 @@ TEST_F(Vrt, PacketsOfEveryChannelReachItsDestination) {
                 if (packet.type() == 4) {
                     EXPECT_EQ(data % interval, 0U) << "context packets come after turns";
                     EXPECT_EQ(packet.count(), contexts++ % 16);
-                    checkContext(packet, channel);
+                    checkContext(packet, channel, setup);
                     continue;
                 }
                 ASSERT_EQ(packet.type(), 1U);
                 EXPECT_TRUE(packet.fillsItsSize());
                 EXPECT_EQ(packet.count(), data++ % 16);
                 for (const std::size_t sample : {0, 1, 2047})
-                    ASSERT_EQ(packet.position(sample, littleEndian), position + sample) << channel;
+                    ASSERT_EQ(packet.position(sample, setup.littleEndian), position + sample) << channel;
                 position += 2048;
                 const std::uint64_t time = packet.bits(2) * 1'000'000'000 + packet.bits(3, 64) / 1000;
                 EXPECT_TRUE(nextTime == 0 || time == nextTime);
-                nextTime = time + static_cast<std::uint64_t>(2048 * 1e9 / rateHz);
+                nextTime = time + static_cast<std::uint64_t>(2048 * 1e9 / setup.rateHz);
             }
         }
         EXPECT_EQ(hxrAbort(handle), hxrNoError);
@@ -170,6 +182,12 @@ TEST_F(Vrt, PacketsOfEveryChannelReachItsDestination) {
         for (const auto& destination : destinations)
             while (destination->receive(0)) continue;
     }
+
+    // Units that are connected anew stream to their host.
+    ASSERT_EQ(hxrCloseDevice(handle), hxrNoError);
+    ASSERT_EQ(connect(), hxrNoError);
+    initiate({0}, 4);
+    EXPECT_EQ(receive(100).status, hxrNoError);
 }
 
 TEST_F(Vrt, HeadersAreAsTheyWereSetToAnotherReader) {
@@ -181,7 +199,7 @@ TEST_F(Vrt, HeadersAreAsTheyWereSetToAnotherReader) {
     startUnit();
     ASSERT_EQ(connect(), hxrNoError);
     ASSERT_EQ(pair(1), hxrNoError);
-    setUp(false);
+    setUp({.littleEndian = false, .decimation = 2, .setHz = 7e6, .bandwidthHz = 7e6, .rateHz = 25e6});
     ASSERT_EQ(hxrInitiate(handle), hxrNoError);
     const auto sent = [&] { return units[0]->recording().counts().streamReplies; };
     while (sent() < 4 * 3 * (interval + 1)) std::this_thread::yield();
