@@ -1,152 +1,242 @@
-// hxr-sweep: takes swept spectra of a unit, prints the lines that stand in them and writes the trace for a plot.
+/// hxr-sweep: takes swept spectra, shows them, and finds the lines in them.
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <iostream>
 #include <limits>
 #include <map>
-#include <span>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "hxr_api.h"
 #include "peaks.h"
-#include "support.h"
+#include "sweeping.h"
 
 namespace {
 
+using Names = std::map<std::string, unsigned>;
+
 struct Arguments {
     tools::Where where;
-    int channel = 0;
-    double startHz = 100e3;
-    double stopHz = 20e9;
-    double rbwHz = 1e6;
-    double vbwHz = 0;
-    double refLevel = -20;
-    unsigned window = 0;
-    unsigned detector = 0;
-    unsigned video = 0;
+    tools::SweepSettings settings;
+    double centerHz = 0, spanHz = 0;
+    Hold hold = Hold::last;
     int sweeps = 1;
+    bool endless = false, live = false, json = false;
     int peaks = 10;
     double excursionDb = 10;
-    double leastDbm = -std::numeric_limits<double>::infinity();
-    std::string output;
-    std::size_t columns = 0;
+    double least = -std::numeric_limits<double>::infinity();
+    std::vector<double> markers;
+    std::string output, csv, picture, title;
+    std::size_t columns = std::numeric_limits<std::size_t>::max();
+
+    const char* unitName() const { return std::array{"dBm", "mV", "dBFS"}.at(settings.scale); }
+    bool inDecibels() const { return settings.scale != 1; }
+    int wanted() const { return endless ? std::numeric_limits<int>::max() : sweeps; }
+    bool printsCsv() const { return csv == "-"; }
 };
 
 void addOptions(CLI::App& app, Arguments& arguments) {
+    tools::SweepSettings& settings = arguments.settings;
     const CLI::Validator hertz = tools::hertz();
     tools::addCommonOptions(app, arguments.where);
-    app.add_option("--channel", arguments.channel, "channel that sweeps")
+    app.add_option("--channel", settings.channel, "channel that sweeps")
         ->check(CLI::Range(0, 15))
         ->capture_default_str();
-    app.add_option("--start", arguments.startHz, "lower edge")->transform(hertz)->capture_default_str();
-    app.add_option("--stop", arguments.stopHz, "upper edge")->transform(hertz)->capture_default_str();
-    app.add_option("--rbw", arguments.rbwHz, "resolution bandwidth")->transform(hertz)->capture_default_str();
-    app.add_option("--vbw", arguments.vbwHz, "video bandwidth; the resolution bandwidth if not given")
+    auto* const start =
+        app.add_option("--start", settings.startHz, "lower edge")->transform(hertz)->capture_default_str();
+    auto* const stop =
+        app.add_option("--stop", settings.stopHz, "upper edge")->transform(hertz)->capture_default_str();
+    auto* const center = app.add_option("--center", arguments.centerHz, "middle, in place of the edges")
+                             ->transform(hertz)
+                             ->excludes(start)
+                             ->excludes(stop);
+    auto* const span = app.add_option("--span", arguments.spanHz, "width around the middle")
+                           ->transform(hertz)
+                           ->excludes(start)
+                           ->excludes(stop)
+                           ->needs(center);
+    center->needs(span);
+    app.add_option("--rbw", settings.rbwHz, "resolution bandwidth")->transform(hertz)->capture_default_str();
+    app.add_option("--vbw", settings.vbwHz, "video bandwidth; the resolution bandwidth if not given")
         ->transform(hertz);
-    app.add_option("--ref", arguments.refLevel, "reference level in dBm")->capture_default_str();
-    app.add_option("--window", arguments.window, "window of the transforms")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, unsigned>{{"flattop", 0}, {"nuttall", 1}, {"gaussian", 2}}))
-        ->default_str("flattop");
-    app.add_option("--detector", arguments.detector, "what counts of the spectra of a step")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, unsigned>{{"average", 0}, {"max", 2}}))
-        ->default_str("average");
-    app.add_option("--video", arguments.video, "what is averaged")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, unsigned>{{"log", 0}, {"voltage", 1}, {"power", 2}, {"sample", 3}}))
-        ->default_str("log");
-    app.add_option("--sweeps", arguments.sweeps, "so many sweeps in a row, the highest of each point counts")
-        ->check(CLI::PositiveNumber)
+    app.add_option("--ref", settings.refLevel, "reference level in dBm, by which the attenuator is set")
         ->capture_default_str();
+    app.add_option("--atten", settings.attenuationDb,
+                   "attenuator in dB, in place of what the reference asks for")
+        ->check(CLI::IsMember({0, 5, 10, 15, 20, 25, 30}));
+    app.add_option("--window", settings.window, "window of the transforms")
+        ->transform(CLI::CheckedTransformer(Names{{"flattop", 0}, {"nuttall", 1}, {"gaussian", 2}}))
+        ->default_str("flattop");
+    app.add_option("--detector", settings.detector, "what counts of the spectra of a step")
+        ->transform(CLI::CheckedTransformer(Names{{"average", 0}, {"max", 2}}))
+        ->default_str("average");
+    app.add_option("--video", settings.video, "what is averaged")
+        ->transform(CLI::CheckedTransformer(Names{{"log", 0}, {"voltage", 1}, {"power", 2}, {"sample", 3}}))
+        ->default_str("log");
+    app.add_option("--units", settings.scale, "units of the levels")
+        ->transform(CLI::CheckedTransformer(Names{{"dBm", 0}, {"mV", 1}, {"dBFS", 2}}))
+        ->default_str("dBm");
+    auto* const sweeps = app.add_option("--sweeps", arguments.sweeps, "sweeps in a row")
+                             ->check(CLI::PositiveNumber)
+                             ->capture_default_str();
+    app.add_flag("--endless", arguments.endless, "sweep until Ctrl-C")->excludes(sweeps);
+    app.add_option("--trace", arguments.hold, "what the sweeps in a row make together")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Hold>{
+            {"last", Hold::last}, {"max", Hold::highest}, {"min", Hold::lowest}, {"average", Hold::average}}))
+        ->default_str("last");
+    app.add_flag("--live", arguments.live, "draw every sweep in the terminal");
     app.add_option("--peaks", arguments.peaks, "lines to print")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     app.add_option("--excursion", arguments.excursionDb, "dB by which a line stands out")
         ->capture_default_str();
-    app.add_option("--least", arguments.leastDbm, "dBm that a line has at least");
+    app.add_option("--least", arguments.least, "level that a line has at least");
+    app.add_option("--marker", arguments.markers, "print the level at a frequency; may be repeated")
+        ->transform(hertz)
+        ->expected(1)
+        ->take_all();
+    app.add_flag("--json", arguments.json, "print in a form for programs");
+    app.add_option(
+        "--csv", arguments.csv,
+        "file for every sweep, - for standard output: date, time, Hz low, Hz high, Hz step, sweeps, levels");
     app.add_option("--output", arguments.output,
-                   "file for the trace: frequency in Hz and level in dBm, a point a line");
+                   "file for the trace: frequency in Hz and level, a point a line");
     app.add_option("--columns", arguments.columns,
-                   "write the highest of each of so many parts in place of all points");
+                   "write the highest of each of so many parts to that file in place of all points");
+    app.add_option("--png", arguments.picture, "picture of the trace, drawn by gnuplot");
+    app.add_option("--title", arguments.title, "what stands above the picture");
 }
 
-struct Trace {
-    double startHz = 0, binHz = 0, rbwHz = 0, vbwHz = 0;
-    std::vector<float> levels;
+/// Draws over what was drawn before, where there is a terminal.
+void draw(const Trace& trace, double refLevel) {
+    winsize size{};
+    const bool terminal =
+        ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col >= 30 && size.ws_row >= 8;
+    const std::size_t columns = terminal ? size.ws_col : 80, rows = terminal ? size.ws_row - 1U : 24;
+    std::printf("%s%s", terminal ? "\033[H\033[J" : "", drawSpectrum(trace, refLevel, columns, rows).c_str());
+    std::fflush(stdout);
+    constexpr auto frame = std::chrono::milliseconds(40);
+    if (terminal) std::this_thread::sleep_for(frame);
+}
 
-    double frequency(double point) const { return startHz + point * binHz; }
+/// A file that has to take all that is written.
+class Output {
+  public:
+    explicit Output(const std::string& path) : path_(path), file_(path, std::ios::trunc) { check(); }
+    std::ostream& stream() { return file_; }
+    void finish() {
+        file_.flush();
+        check();
+    }
+
+  private:
+    void check() const {
+        if (!file_) throw std::runtime_error("can't write " + path_);
+    }
+    std::string path_;
+    std::ofstream file_;
 };
 
-Trace takeSweeps(const tools::Group& unit, const Arguments& arguments) {
-    std::array<int, 16> enabled{};
-    enabled[static_cast<std::size_t>(arguments.channel)] = 1;
-    tools::check("channel", hxrSetChannelConfig(unit, enabled.data(), arguments.channel));
-    tools::check("reference level", hxrSetSweepRefLevel(unit, arguments.refLevel));
-    tools::check("range", hxrSetSweepStartStop(unit, arguments.startHz, arguments.stopHz));
-    const double vbw = arguments.vbwHz > 0 ? arguments.vbwHz : arguments.rbwHz;
-    tools::check("bandwidths", hxrSetSweepCoupling(unit, arguments.rbwHz, vbw, 1e-6));
-    tools::check("window", hxrSetSweepWindow(unit, arguments.window));
-    tools::check("detector", hxrSetSweepDetector(unit, arguments.detector, arguments.video));
-    tools::check("initiate", hxrInitiate(unit));
+struct Taken {
+    int sweeps = 0;
+    double milliseconds = 0;  ///< of one
+};
 
-    Trace trace;
-    int points = 0;
-    tools::check("parameters", hxrSweepGetParameters(unit, &trace.rbwHz, &trace.vbwHz, &trace.startHz,
-                                                     &trace.binHz, &points));
-    trace.levels.assign(static_cast<std::size_t>(points), -std::numeric_limits<float>::infinity());
+Taken takeSweeps(const tools::Group& unit, const Arguments& arguments, Trace& trace) {
+    std::optional<Output> csv;
+    if (!arguments.csv.empty() && !arguments.printsCsv()) csv.emplace(arguments.csv);
     std::vector<float> sweep(trace.levels.size());
+    Holder holder(arguments.hold, arguments.inDecibels());
+    tools::Progress progress;
+    Taken taken;
     const auto begin = std::chrono::steady_clock::now();
-    for (int i = 0; i < arguments.sweeps; ++i) {
-        tools::check("sweep", hxrGetSweep(unit, sweep.data()));
-        std::ranges::transform(trace.levels, sweep, trace.levels.begin(),
-                               [](float a, float b) { return std::max(a, b); });
+    while (taken.sweeps < arguments.wanted() && !(taken.sweeps > 0 && tools::interrupted())) {
+        const auto take = [&] { return hxrGetSweep(unit, sweep.data()); };
+        tools::check("sweep", arguments.live ? take() : progress.timed("sweeping", take));
+        ++taken.sweeps;
+        holder.take(sweep, trace.levels);
+        if (csv) writeCsv(csv->stream(), trace, taken.sweeps);
+        if (arguments.printsCsv()) writeCsv(std::cout, trace, taken.sweeps);
+        if (arguments.live) draw(trace, arguments.settings.refLevel);
     }
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-    tools::check("abort", hxrAbort(unit));
-    std::printf("%.6g to %.6g MHz, RBW %.4g kHz, VBW %.4g kHz, %d points, %.1f ms a sweep\n",
-                arguments.startHz / 1e6, arguments.stopHz / 1e6, trace.rbwHz / 1e3, trace.vbwHz / 1e3, points,
-                took.count() / arguments.sweeps);
-    return trace;
+    taken.milliseconds = took.count() / taken.sweeps;
+    if (csv) csv->finish();
+    return taken;
 }
 
-void printPeaks(const Trace& trace, const Arguments& arguments) {
+struct Line {
+    double hz;
+    float level;
+};
+
+std::vector<Line> linesOf(const Trace& trace, const Arguments& arguments) {
     // Two lines are told apart if a few resolution bandwidths lie between them.
     const auto apart = static_cast<std::size_t>(std::ceil(6 * trace.rbwHz / trace.binHz));
-    auto peaks = findPeaks(trace.levels, arguments.excursionDb, arguments.leastDbm, apart);
+    auto peaks = findPeaks(trace.levels, arguments.excursionDb, arguments.least, apart);
     if (peaks.size() > static_cast<std::size_t>(arguments.peaks))
         peaks.resize(static_cast<std::size_t>(arguments.peaks));
     std::ranges::sort(peaks);
-    for (const std::size_t place : peaks) {
-        std::printf("%18.6f MHz %10.2f dBm\n", trace.frequency(middleOfLine(trace.levels, place)) / 1e6,
-                    double{trace.levels[place]});
-    }
+    std::vector<Line> lines;
+    for (const std::size_t place : peaks)
+        lines.push_back({trace.frequency(middleOfLine(trace.levels, place)), trace.levels[place]});
+    return lines;
 }
 
-void writeTrace(const Trace& trace, const Arguments& arguments) {
-    std::ofstream file(arguments.output, std::ios::trunc);
-    const std::size_t points = trace.levels.size();
-    const std::size_t columns = arguments.columns == 0 ? points : std::min(arguments.columns, points);
-    for (std::size_t column = 0; column < columns; ++column) {
-        const std::size_t first = column * points / columns, last = (column + 1) * points / columns;
-        const auto part = std::span(trace.levels).subspan(first, last - first);
-        const std::size_t place =
-            first + static_cast<std::size_t>(std::ranges::max_element(part) - part.begin());
-        char line[64];
-        const int length =
-            std::snprintf(line, sizeof line, "%.3f %.3f\n", trace.frequency(static_cast<double>(place)),
-                          double{trace.levels[place]});
-        file.write(line, length);
+std::vector<Line> markersOf(const Trace& trace, const Arguments& arguments) {
+    std::vector<Line> markers;
+    for (const double hz : arguments.markers) {
+        const std::size_t point = trace.pointAt(hz);
+        markers.push_back({trace.frequency(static_cast<double>(point)), trace.levels[point]});
     }
-    if (!file.flush()) throw std::runtime_error("can't write " + arguments.output);
+    return markers;
+}
+
+void print(const Trace& trace, const Taken& taken, const Arguments& arguments) {
+    std::printf("%s to %s, RBW %s, VBW %s, %zu points, %.1f ms a sweep\n", hertzText(trace.startHz).c_str(),
+                hertzText(trace.stopHz()).c_str(), hertzText(trace.rbwHz, 4).c_str(),
+                hertzText(trace.vbwHz, 4).c_str(), trace.levels.size(), taken.milliseconds);
+    const auto list = [&](const char* name, const std::vector<Line>& lines) {
+        for (const auto& [hz, level] : lines) {
+            std::printf("%s%18.6f MHz %10.*f %s\n", name, hz / 1e6, arguments.inDecibels() ? 2 : 6,
+                        static_cast<double>(level), arguments.unitName());
+        }
+    };
+    list("", linesOf(trace, arguments));
+    list("marker", markersOf(trace, arguments));
+}
+
+void printJson(const Trace& trace, const Taken& taken, const Arguments& arguments) {
+    using Json = nlohmann::ordered_json;
+    const auto list = [&](const std::vector<Line>& lines) {
+        Json array = Json::array();
+        for (const auto& [hz, level] : lines) array.push_back({{"hz", hz}, {"level", level}});
+        return array;
+    };
+    const Json all{{"startHz", trace.startHz},
+                   {"stopHz", trace.stopHz()},
+                   {"rbwHz", trace.rbwHz},
+                   {"vbwHz", trace.vbwHz},
+                   {"points", trace.levels.size()},
+                   {"units", arguments.unitName()},
+                   {"sweeps", taken.sweeps},
+                   {"millisecondsASweep", taken.milliseconds},
+                   {"lines", list(linesOf(trace, arguments))},
+                   {"markers", list(markersOf(trace, arguments))}};
+    std::printf("%s\n", all.dump(2).c_str());
 }
 
 }  // namespace
@@ -155,17 +245,45 @@ int main(int argc, char** argv) {
     return tools::run("hxr-sweep", [&] {
         CLI::App app("Takes swept spectra of an HXR unit.");
         app.footer(
-            "Examples:\n  hxr-sweep --simulate --rbw 300k\n  hxr-sweep --unit 192.168.2.10 --start 88M "
-            "--stop "
-            "108M --rbw 10k");
+            "Examples:\n"
+            "  hxr-sweep --simulate --rbw 300k --png all.png\n"
+            "  hxr-sweep --start 88M --stop 108M --rbw 10k --sweeps 20 --trace max\n"
+            "  hxr-sweep --center 2.45G --span 20M --rbw 30k --endless --live\n"
+            "  hxr-sweep --start 400M --stop 500M --endless --csv survey.csv\n");
         Arguments arguments;
         addOptions(app, arguments);
         CLI11_PARSE(app, argc, argv);
+        if (arguments.spanHz > 0) {
+            arguments.settings.startHz = arguments.centerHz - arguments.spanHz / 2;
+            arguments.settings.stopHz = arguments.centerHz + arguments.spanHz / 2;
+        }
+        if (arguments.live && !arguments.inDecibels())
+            throw std::runtime_error("--live draws decibels, no mV");
+        tools::catchInterrupts();
         const tools::Simulation simulation(arguments.where);
         const tools::Group unit(arguments.where);
-        const Trace trace = takeSweeps(unit, arguments);
-        printPeaks(trace, arguments);
-        if (!arguments.output.empty()) writeTrace(trace, arguments);
+        tools::setSweep(unit, arguments.settings);
+        tools::check("initiate", hxrInitiate(unit));
+        Trace trace = tools::emptyTrace(unit);
+        const Taken taken = takeSweeps(unit, arguments, trace);
+        tools::check("abort", hxrAbort(unit));
+        if (arguments.json) {
+            printJson(trace, taken, arguments);
+        } else if (!arguments.printsCsv()) {
+            print(trace, taken, arguments);
+        }
+        if (!arguments.output.empty()) {
+            Output file(arguments.output);
+            writeColumns(file.stream(), trace, arguments.columns);
+            file.finish();
+        }
+        if (!arguments.picture.empty()) {
+            tools::drawPicture(trace, arguments.settings.refLevel,
+                               arguments.title.empty()
+                                   ? "channel " + std::to_string(arguments.settings.channel)
+                                   : arguments.title,
+                               arguments.picture);
+        }
         return tools::allWell;
     });
 }

@@ -32,10 +32,7 @@ Stream::Stream(const Group& group, const StreamOptions& options)
                             options_.channels.end());
     std::array<int, 16> enabled{};
     for (const int channel : options_.channels) {
-        if (channel >= group.channelCount())
-            throw std::runtime_error("there are " + std::to_string(group.channelCount()) +
-                                     " channels, no channel " + std::to_string(channel) +
-                                     "; more units are given by --unit");
+        if (channel >= group.channelCount()) throw noSuchChannel(group, channel);
         enabled[static_cast<std::size_t>(channel)] = 1;
         check("channel", hxrSetChannelShared(group, channel, 1));
     }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <future>
 #include <map>
+#include <optional>
 #include <stdexcept>
 
 namespace tools {
@@ -44,6 +45,19 @@ std::string programBeside(const char* name) {
     return name;
 }
 
+/// Starts a program.
+/// @return its number; nothing if it can't be started
+std::optional<pid_t> spawn(std::vector<std::string>& words, const posix_spawn_file_actions_t* files = nullptr,
+                           const posix_spawnattr_t* attributes = nullptr) {
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    pid_t process = -1;
+    if (posix_spawnp(&process, arguments[0], files, attributes, arguments.data(), environ) != 0) return {};
+    return process;
+}
+
 }  // namespace
 
 void addCommonOptions(CLI::App& app, Where& where) {
@@ -71,6 +85,28 @@ void check(const std::string& what, HXRStatus status) {
     if (status > 0) std::fprintf(stderr, "%s\n", text.c_str());
 }
 
+void runBeside(std::vector<std::string> words) {
+    const std::string name = words.front();
+    words.front() = programBeside(name.c_str());
+    int status = -1;
+    if (const auto process = spawn(words)) waitpid(*process, &status, 0);
+    if (status != 0) throw std::runtime_error(name + " failed");
+}
+
+TemporaryFile::TemporaryFile() : path_((std::filesystem::temp_directory_path() / "hxr-XXXXXX").string()) {
+    const int file = mkstemp(path_.data());
+    if (file < 0)
+        throw std::runtime_error("can't write in " + std::filesystem::temp_directory_path().string());
+    close(file);
+}
+
+TemporaryFile::~TemporaryFile() { unlink(path_.c_str()); }
+
+std::runtime_error noSuchChannel(const Group& group, int channel) {
+    return std::runtime_error("there are " + std::to_string(group.channelCount()) + " channels, no channel " +
+                              std::to_string(channel) + "; more units are given by --unit");
+}
+
 Simulation::Simulation(Where& where) {
     if (!where.simulate) return;
     // Addresses that no other program uses at the moment.
@@ -84,10 +120,6 @@ Simulation::Simulation(Where& where) {
         words.insert(words.end(), {"--address", where.units[i], "--serial", std::to_string(20000001 + i)});
     }
     where.host = prefix + '1';
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
 
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe to the simulated unit");
@@ -97,14 +129,14 @@ Simulation::Simulation(Where& where) {
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);  // the terminal's Ctrl-C isn't for it
-    const int error = posix_spawnp(&process_, arguments[0], &actions, &attributes, arguments.data(), environ);
+    process_ = spawn(words, &actions, &attributes).value_or(-1);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     close(ends[1]);
     // It says that it is ready, or ends.
     std::string said;
     std::array<char, 256> piece{};
-    while (error == 0 && said.find("ready") == std::string::npos) {
+    while (process_ > 0 && said.find("ready") == std::string::npos) {
         const ssize_t got = read(ends[0], piece.data(), piece.size());
         if (got <= 0) break;
         said.append(piece.data(), static_cast<std::size_t>(got));

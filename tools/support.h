@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,28 @@ class Group {
     int handle_ = -1;
     int channelCount_ = 0;
     HXRStatus warning_ = hxrNoError;
+};
+
+/// That a group has no channel of this number.
+std::runtime_error noSuchChannel(const Group& group, int channel);
+
+/// Runs a program that lies beside this one, or else in the path, to its end.
+/// @throws std::runtime_error if it can't be run or fails
+void runBeside(std::vector<std::string> words);
+
+/// The name of an empty file that is removed at the end of the scope.
+class TemporaryFile {
+  public:
+    /// @throws std::runtime_error
+    TemporaryFile();
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
 };
 
 /// From now on Ctrl-C only asks the program to end.
