@@ -50,6 +50,7 @@ struct Arguments {
     bool clockFault = false;
     bool honourPauses = false;
     bool streamsInRealTime = false;
+    bool streamsCounter = false;
     std::vector<std::string> faults;
     std::string scene;
     std::vector<std::string> tones;
@@ -117,6 +118,9 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                    "timebase value to which a unit disciplined by GPS steers");
     app.add_flag("--clock-fault", arguments.clockFault, "converter clocks that are not aligned");
     app.add_flag("--pauses", arguments.honourPauses, "let pauses in command lists take their time");
+    app.add_flag("--counter", arguments.streamsCounter,
+                 "streams count their samples in place of hearing anything: hxr-rate --counter looks whether "
+                 "all come");
     app.add_flag("--real-time", arguments.streamsInRealTime,
                  "streams go by the unit's own clock; otherwise as fast as they are asked for");
     app.add_option("--fault", arguments.faults, hxr::sim::faultTextForm);
@@ -126,7 +130,7 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
     app.add_flag("--verbose", arguments.verbose, "print unknown words and broken rules at the end")
         ->excludes(quiet);
-    app.set_version_flag("--version", "hxr-sim " HXR_SIM_VERSION);
+    app.set_version_flag("--version", HXR_SIM_VERSION);
     app.footer(examples + hxr::sim::sceneFileForm());
 }
 
@@ -212,6 +216,7 @@ std::vector<std::unique_ptr<SimulatedUnit>> makeUnits(const Arguments& arguments
         options.trueImage = trueImageFor(arguments, serials[i]);
         options.honourPauses = arguments.honourPauses;
         options.streamsInRealTime = arguments.streamsInRealTime;
+        if (arguments.streamsCounter) options.streamContent = hxr::sim::StreamContent::counter;
         options.syncLine = syncLine;
         options.recordedPackets = 0;
         options.scene = scene;

@@ -21,7 +21,8 @@ int main(int argc, char** argv) try {
     bool blank = false;
     app.add_option("--serial", serials, "serial number of a unit; may be given more than once")
         ->expected(1)
-        ->take_all();
+        ->take_all()
+        ->allow_extra_args(false);
     app.add_flag("--blank", blank, "one more unit, without firmware");
     CLI11_PARSE(app, argc, argv);
 

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
-#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -37,8 +36,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
         ->check(CLI::Range(-80.0, 10.0))
         ->capture_default_str();
     auto* const play = app.add_option("--play", form.name, "what is played")
-                           ->check(CLI::IsMember(tools::patternNames))
-                           ->capture_default_str();
+                           ->check(CLI::IsMember(tools::patternNames).description(""))
+                           ->option_text(CLI::detail::join(tools::patternNames, "|") + " =" + form.name);
     app.add_option("--offset", form.offsetHz, "moves it away from the frequency, by up to 40 MHz")
         ->transform(hertz)
         ->check(CLI::Range(-40e6, 40e6))
@@ -63,9 +62,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--pattern", arguments.file, "file with samples at 125 MS/s to play, 16 to 4096 of them")
         ->check(CLI::ExistingFile)
         ->excludes(play);
-    app.add_option("--type", arguments.floats, "form of its samples: int16 or float")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, bool>{{"int16", false}, {"float", true}}))
-        ->default_str("float");
+    tools::addChoice(app, "--type", arguments.floats, {{"int16", false}, {"float", true}},
+                     "form of its samples");
     app.add_option("--time", arguments.seconds, "seconds to play; until Ctrl-C if not given")
         ->check(CLI::PositiveNumber);
     auto* const listen =

@@ -205,12 +205,16 @@ int main(int argc, char** argv) {
         CLI::App app("Sets up HXR units over their USB port.");
         app.set_version_flag("--version", hxrGetAPIVersion());
         app.footer(
-            "Examples:\n  hxr-netconfig list\n  hxr-netconfig show 20000001\n"
+            "Examples:\n  hxr-netconfig list\n  hxr-netconfig --simulate show 20000001\n  hxr-netconfig show "
+            "20000001\n"
             "  hxr-netconfig set 20000001 --ip 192.168.2.10 --port 5000\n"
             "  hxr-netconfig backup 20000001 calibration.bin\n"
             "  hxr-netconfig update 20000001 --firmware fx3.img --bitstream fpga.bin\n"
             "\nExit status: 0, 1 if something went wrong with a unit, above 100 for wrong arguments.");
         app.require_subcommand(1);
+        app.fallthrough();
+        bool simulate = false;
+        app.add_flag("--simulate", simulate, "plug a simulated unit in and use that");
         std::int32_t serial = 0;
         bool json = false;
         std::string file, firmware, bitstream;
@@ -246,6 +250,14 @@ int main(int argc, char** argv) {
         starting->add_option("--bitstream", bitstream, "bitstream of the FPGA")->check(CLI::ExistingFile);
         CLI11_PARSE(app, argc, argv);
 
+        if (simulate) {
+            constexpr int usual = 20000001;
+            const std::string number = std::to_string(serial != 0 ? serial : usual);
+            std::vector<std::string> units{
+                "--serial", std::string(8 - std::min<std::size_t>(number.size(), 8), '0') + number};
+            if (*starting) units = {"--blank"};
+            return tools::runOnSimulatedUsb(std::move(units), argc, argv);
+        }
         requireReadable(firmware);
         requireReadable(bitstream);
         if (*list) {

@@ -2,8 +2,13 @@
 
 #include <sys/resource.h>
 
+#include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <optional>
+#include <vector>
 
 #include "streaming.h"
 
@@ -19,8 +24,31 @@ double processorSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+/// Looks whether samples count on, as those of a unit do that streams its counter: 28 bits of them, shared out among the
+/// rails above the number of the channel.
+class CounterCheck {
+  public:
+    /// @return samples that are none, or not the next one
+    std::int64_t take(const char* bytes, std::size_t samples) {
+        std::int64_t wrong = 0;
+        for (std::size_t i = 0; i < samples; ++i) {
+            std::array<std::uint16_t, 2> rails{};
+            std::memcpy(rails.data(), bytes + i * sizeof rails, sizeof rails);
+            const std::uint32_t position = static_cast<std::uint32_t>(rails[1] >> 3) << 15 | rails[0] >> 1;
+            wrong += next_ && *next_ != position ? 1 : 0;
+            constexpr std::uint32_t mask = (1U << 28) - 1;
+            next_ = (position + 1) & mask;
+        }
+        return wrong;
+    }
+
+  private:
+    std::optional<std::uint32_t> next_;
+};
+
 struct Tally {
     std::int64_t samples = 0, lost = 0;
+    std::int64_t jumps = 0;  ///< of the counter
     int overruns = 0, gaps = 0, unitLosses = 0, unitOverflows = 0, overloads = 0;
 
     void take(const tools::Piece& piece, int count) {
@@ -32,7 +60,9 @@ struct Tally {
         unitOverflows += piece.status == hxrDDRBufferOverflow ? 1 : 0;
         overloads += piece.status == hxrADCOverflow ? 1 : 0;
     }
-    bool complete() const { return gaps == 0 && overruns == 0 && unitLosses == 0 && unitOverflows == 0; }
+    bool complete() const {
+        return jumps == 0 && gaps == 0 && overruns == 0 && unitLosses == 0 && unitOverflows == 0;
+    }
 };
 
 }  // namespace
@@ -41,16 +71,24 @@ int main(int argc, char** argv) {
     return tools::run("hxr-rate", [&] {
         CLI::App app("Streams for a while and tells whether samples were lost.");
         app.footer(
-            "Examples:\n  hxr-rate --channels 0,1,2,3 --decimation 1 --time 60\n  hxr-rate --simulate --time "
+            "Examples:\n  hxr-rate --channels 0,1,2,3 --decimation 1 --time 60\n  hxr-rate --simulate "
+            "--counter --time "
             "2\n"
             "\nExit status: 0, 2 if samples were lost, 1 if something else went wrong.");
         tools::Where where;
         tools::StreamOptions options;
         double duration = 10;
+        bool counter = false;
         tools::addCommonOptions(app, where);
         tools::addStreamOptions(app, options);
         app.add_option("--time", duration, "seconds")->check(CLI::Range(0.1, 1e6))->capture_default_str();
+        app.add_flag(
+            "--counter", counter,
+            "look at every sample too, of a unit that counts them: hxr-sim --counter; up to decimation 4");
         CLI11_PARSE(app, argc, argv);
+        if (counter && (options.floats || options.decimation > 4))
+            throw std::runtime_error("a counter comes through as int16 and up to decimation 4 only");
+        if (counter) where.simulatorOptions = {"--counter"};
 
         tools::catchInterrupts();
         const tools::Simulation simulation(where);
@@ -59,13 +97,20 @@ int main(int argc, char** argv) {
         Tally tally;
         tools::Progress progress;
         using Clock = std::chrono::steady_clock;
-        stream.next();  // the unit runs from now on
+        std::vector<CounterCheck> counters(counter ? stream.channelCount() : 0);
+        const auto next = [&] {
+            tools::Piece piece = stream.next();
+            for (std::size_t channel = 0; channel < counters.size(); ++channel)
+                tally.jumps += counters[channel].take(stream.data(channel), tools::Stream::pieceSamples);
+            return piece;
+        };
+        next();  // the unit runs from now on
         const double loadBefore = processorSeconds();
         const auto start = Clock::now();
         const auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
         const auto wanted = static_cast<std::int64_t>(duration * stream.rate());
         while (tally.samples < wanted && !tools::interrupted()) {
-            tally.take(stream.next(), tools::Stream::pieceSamples);
+            tally.take(next(), tools::Stream::pieceSamples);
             progress.bar("streaming",
                          std::min(static_cast<double>(tally.samples) / static_cast<double>(wanted), 1.0));
         }
@@ -81,6 +126,7 @@ int main(int argc, char** argv) {
             "unit; %d overloads\n",
             static_cast<long long>(tally.lost), tally.gaps, tally.overruns, tally.unitLosses,
             tally.unitOverflows, tally.overloads);
+        if (counter) std::printf("counters: %lld jumps\n", static_cast<long long>(tally.jumps));
         return tally.complete() ? tools::allWell : tools::samplesLost;
     });
 }

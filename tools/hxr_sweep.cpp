@@ -12,7 +12,6 @@
 #include <fstream>
 #include <iostream>
 #include <limits>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -25,8 +24,6 @@
 #include "sweeping.h"
 
 namespace {
-
-using Names = std::map<std::string, unsigned>;
 
 struct Arguments {
     tools::Where where;
@@ -77,26 +74,22 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--atten", settings.attenuationDb,
                    "attenuator in dB, in place of what the reference asks for")
         ->check(CLI::IsMember({0, 5, 10, 15, 20, 25, 30}));
-    app.add_option("--window", settings.window, "window of the transforms")
-        ->transform(CLI::CheckedTransformer(Names{{"flattop", 0}, {"nuttall", 1}, {"gaussian", 2}}))
-        ->default_str("flattop");
-    app.add_option("--detector", settings.detector, "what counts of the spectra of a step")
-        ->transform(CLI::CheckedTransformer(Names{{"average", 0}, {"max", 2}}))
-        ->default_str("average");
-    app.add_option("--video", settings.video, "what is averaged")
-        ->transform(CLI::CheckedTransformer(Names{{"log", 0}, {"voltage", 1}, {"power", 2}, {"sample", 3}}))
-        ->default_str("log");
-    app.add_option("--units", settings.scale, "units of the levels")
-        ->transform(CLI::CheckedTransformer(Names{{"dBm", 0}, {"mV", 1}, {"dBFS", 2}}))
-        ->default_str("dBm");
+    tools::addChoice(app, "--window", settings.window, {{"flattop", 0}, {"nuttall", 1}, {"gaussian", 2}},
+                     "window of the transforms");
+    tools::addChoice(app, "--detector", settings.detector, {{"average", 0}, {"max", 2}},
+                     "what counts of the spectra of a step");
+    tools::addChoice(app, "--video", settings.video,
+                     {{"log", 0}, {"voltage", 1}, {"power", 2}, {"sample", 3}}, "what is averaged");
+    tools::addChoice(app, "--units", settings.scale, {{"dBm", 0}, {"mV", 1}, {"dBFS", 2}},
+                     "units of the levels");
     auto* const sweeps = app.add_option("--sweeps", arguments.sweeps, "sweeps in a row")
                              ->check(CLI::PositiveNumber)
                              ->capture_default_str();
     app.add_flag("--endless", arguments.endless, "sweep until Ctrl-C")->excludes(sweeps);
-    app.add_option("--trace", arguments.hold, "what the sweeps in a row make together")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Hold>{
-            {"last", Hold::last}, {"max", Hold::highest}, {"min", Hold::lowest}, {"average", Hold::average}}))
-        ->default_str("last");
+    tools::addChoice(
+        app, "--trace", arguments.hold,
+        {{"last", Hold::last}, {"max", Hold::highest}, {"min", Hold::lowest}, {"average", Hold::average}},
+        "what the sweeps in a row make together");
     app.add_flag("--live", arguments.live, "draw every sweep in the terminal");
     app.add_option("--peaks", arguments.peaks, "lines to print")
         ->check(CLI::NonNegativeNumber)
@@ -107,7 +100,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--marker", arguments.markers, "print the level at a frequency; may be repeated")
         ->transform(hertz)
         ->expected(1)
-        ->take_all();
+        ->take_all()
+        ->allow_extra_args(false);
     app.add_flag("--json", arguments.json, "print in a form for programs");
     app.add_option(
         "--csv", arguments.csv,
@@ -190,9 +184,10 @@ std::vector<Line> linesOf(const Trace& trace, const Arguments& arguments) {
     if (peaks.size() > static_cast<std::size_t>(arguments.peaks))
         peaks.resize(static_cast<std::size_t>(arguments.peaks));
     std::ranges::sort(peaks);
-    std::vector<Line> lines;
-    for (const std::size_t place : peaks)
-        lines.push_back({trace.frequency(middleOfLine(trace.levels, place)), trace.levels[place]});
+    std::vector<Line> lines(peaks.size());
+    std::ranges::transform(peaks, lines.begin(), [&](std::size_t place) {
+        return Line{trace.frequency(middleOfLine(trace.levels, place)), trace.levels[place]};
+    });
     return lines;
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <map>
 
 namespace tools {
 
@@ -16,11 +15,25 @@ void addStreamOptions(CLI::App& app, StreamOptions& options) {
     app.add_option("--decimation", options.decimation, "50 MS/s divided by this power of two")
         ->check(CLI::IsMember({1, 2, 4, 8, 16, 32, 64, 128, 256}))
         ->capture_default_str();
-    app.add_option("--type", options.floats, "form of the samples: int16 or float")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, bool>{{"int16", false}, {"float", true}}))
-        ->default_str("int16");
+    addChoice(app, "--type", options.floats, {{"int16", false}, {"float", true}}, "form of the samples");
     app.add_option("--ref", options.refLevel, "reference level in dBm, by which the attenuator is set")
         ->capture_default_str();
+}
+
+void setStream(const Group& group, const StreamOptions& options) {
+    std::array<int, 16> enabled{};
+    for (const int channel : options.channels) {
+        if (channel >= group.channelCount()) throw noSuchChannel(group, channel);
+        enabled[static_cast<std::size_t>(channel)] = 1;
+        check("channel", hxrSetChannelShared(group, channel, 1));
+    }
+    check("channels", hxrSetChannelConfig(group, enabled.data(), -1));
+    check("frequency", hxrSetSharedFreq(group, options.hz));
+    check("reference level", hxrSetStreamRefLevel(group, options.refLevel));
+    check("attenuator", hxrSetStreamAtten(group, -1));
+    check("sample rate", hxrSetStreamSampleRate(group, options.decimation));
+    check("type", hxrSetStreamDataType(group, options.floats ? 1 : 0));
+    check("scale", hxrSetStreamFullScale(group, 1));
 }
 
 Stream::Stream(const Group& group, const StreamOptions& options)
@@ -30,19 +43,7 @@ Stream::Stream(const Group& group, const StreamOptions& options)
     std::ranges::sort(options_.channels);
     options_.channels.erase(std::unique(options_.channels.begin(), options_.channels.end()),
                             options_.channels.end());
-    std::array<int, 16> enabled{};
-    for (const int channel : options_.channels) {
-        if (channel >= group.channelCount()) throw noSuchChannel(group, channel);
-        enabled[static_cast<std::size_t>(channel)] = 1;
-        check("channel", hxrSetChannelShared(group, channel, 1));
-    }
-    check("channels", hxrSetChannelConfig(group, enabled.data(), -1));
-    check("frequency", hxrSetSharedFreq(group, options_.hz));
-    check("reference level", hxrSetStreamRefLevel(group, options_.refLevel));
-    check("attenuator", hxrSetStreamAtten(group, -1));
-    check("sample rate", hxrSetStreamSampleRate(group, options_.decimation));
-    check("type", hxrSetStreamDataType(group, options_.floats ? 1 : 0));
-    check("scale", hxrSetStreamFullScale(group, 1));
+    setStream(group, options_);
     buffers_.assign(options_.channels.size(), std::vector<char>(pieceSamples * sampleBytes_));
     check("starting the stream", hxrInitiate(group));
     check("parameters", hxrStreamParameters(group, nullptr, &rate_, nullptr));

@@ -21,6 +21,10 @@ struct StreamOptions {
 /// Adds `--channels`, `--freq`, `--decimation`, `--type` and `--ref`.
 void addStreamOptions(CLI::App& app, StreamOptions& options);
 
+/// Sets the channels of an idle group up, without yet initiating it.
+/// @throws std::runtime_error
+void setStream(const Group& group, const StreamOptions& options);
+
 /// What came with a piece of samples.
 struct Piece {
     std::uint64_t time = 0;        ///< of the first sample, nanoseconds since 1970

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -12,9 +13,11 @@
 #include <cstring>
 #include <filesystem>
 #include <future>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 
 namespace tools {
 namespace {
@@ -58,6 +61,14 @@ std::optional<pid_t> spawn(std::vector<std::string>& words, const posix_spawn_fi
     return process;
 }
 
+/// @return the exit status of a program; below 0 if it can't be run
+int runToItsEnd(std::vector<std::string>& words) {
+    int status = -1;
+    const auto process = spawn(words);
+    if (!process || waitpid(*process, &status, 0) != *process || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
 }  // namespace
 
 void addCommonOptions(CLI::App& app, Where& where) {
@@ -67,6 +78,7 @@ void addCommonOptions(CLI::App& app, Where& where) {
     app.add_option("--unit", where.units, "address of a unit; repeat it for a group, the master first")
         ->expected(1)
         ->take_all()
+        ->allow_extra_args(false)
         ->capture_default_str();
     app.add_option("--port", where.port, "UDP port of the units")
         ->check(CLI::Range(1, 65535))
@@ -76,7 +88,7 @@ void addCommonOptions(CLI::App& app, Where& where) {
 
 CLI::Validator hertz() {
     const std::map<std::string, double> thousands{{"k", 1e3}, {"M", 1e6}, {"G", 1e9}};
-    return CLI::AsNumberWithUnit(thousands, CLI::AsNumberWithUnit::CASE_SENSITIVE, "Hz");
+    return CLI::AsNumberWithUnit(thousands, CLI::AsNumberWithUnit::CASE_SENSITIVE, "Hz").description("k M G");
 }
 
 void check(const std::string& what, HXRStatus status) {
@@ -88,9 +100,20 @@ void check(const std::string& what, HXRStatus status) {
 void runBeside(std::vector<std::string> words) {
     const std::string name = words.front();
     words.front() = programBeside(name.c_str());
-    int status = -1;
-    if (const auto process = spawn(words)) waitpid(*process, &status, 0);
-    if (status != 0) throw std::runtime_error(name + " failed");
+    if (runToItsEnd(words) != 0) throw std::runtime_error(name + " failed");
+}
+
+int runOnSimulatedUsb(std::vector<std::string> options, int argc, char** argv) {
+    std::vector<std::string> words{"umockdev-wrapper", programBeside("hxr-usb-sim")};
+    words.insert(words.end(), options.begin(), options.end());
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe"));
+    std::copy_if(argv + 1, argv + argc, std::back_inserter(words),
+                 [](std::string_view word) { return word != "--simulate"; });
+    const int status = runToItsEnd(words);
+    constexpr int notThere = 127;
+    if (status < 0 || status == notThere)
+        throw std::runtime_error("simulated units on the USB need umockdev: apt install umockdev");
+    return status;
 }
 
 TemporaryFile::TemporaryFile() : path_((std::filesystem::temp_directory_path() / "hxr-XXXXXX").string()) {
@@ -113,12 +136,13 @@ Simulation::Simulation(Where& where) {
     const int number = static_cast<int>(getpid());
     const std::string prefix =
         "127." + std::to_string(64 + number / 256 % 64) + '.' + std::to_string(number % 256) + '.';
-    std::vector<std::string> words{programBeside("hxr-sim"),  "--scene", "demo", "--real-time", "--port",
+    std::vector<std::string> words{programBeside("hxr-sim"), "--real-time", "--port",
                                    std::to_string(where.port)};
     for (std::size_t i = 0; i < where.units.size(); ++i) {
         where.units[i] = prefix + std::to_string(2 + i);
         words.insert(words.end(), {"--address", where.units[i], "--serial", std::to_string(20000001 + i)});
     }
+    words.insert(words.end(), where.simulatorOptions.begin(), where.simulatorOptions.end());
     where.host = prefix + '1';
 
     std::array<int, 2> ends{};

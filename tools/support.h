@@ -11,6 +11,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "hxr_api.h"
@@ -26,6 +27,7 @@ struct Where {
     std::vector<std::string> units{"192.168.2.10"};
     std::uint16_t port = 5000;
     bool simulate = false;
+    std::vector<std::string> simulatorOptions{"--scene", "demo"};  ///< what a simulated unit is like
 };
 
 /// Adds `--host`, `--unit`, `--port` and `--simulate`, and the version.
@@ -33,6 +35,20 @@ void addCommonOptions(CLI::App& app, Where& where);
 
 /// Takes numbers such as 2.4G or 100k.
 CLI::Validator hertz();
+
+/// Adds an option that takes one of several names.
+template <typename Value>
+CLI::Option* addChoice(CLI::App& app, const std::string& name, Value& value,
+                       const std::vector<std::pair<std::string, Value>>& choices, const std::string& text) {
+    std::string names, usual;
+    for (const auto& [choice, meaning] : choices) {
+        names += (names.empty() ? "" : "|") + choice;
+        if (meaning == value) usual = choice;
+    }
+    return app.add_option(name, value, text)
+        ->transform(CLI::CheckedTransformer(choices))
+        ->option_text(names + " =" + usual);
+}
 
 /// @throws std::runtime_error with the driver's text and what to do next, for an error; prints a warning
 void check(const std::string& what, HXRStatus status);
@@ -77,6 +93,11 @@ std::runtime_error noSuchChannel(const Group& group, int channel);
 /// Runs a program that lies beside this one, or else in the path, to its end.
 /// @throws std::runtime_error if it can't be run or fails
 void runBeside(std::vector<std::string> words);
+
+/// Runs this program anew, without `--simulate`, before simulated units on the USB.
+/// @param options  of hxr-usb-sim
+/// @return its exit status
+int runOnSimulatedUsb(std::vector<std::string> options, int argc, char** argv);
 
 /// The name of an empty file that is removed at the end of the scope.
 class TemporaryFile {
