@@ -3,12 +3,10 @@
 
 #include <cmath>
 #include <complex>
-#include <cstdio>
 #include <numbers>
 #include <vector>
 
-#include "hxr_api.h"
-#include "unit.h"
+#include "example.h"
 
 namespace {
 
@@ -43,18 +41,16 @@ Line strongest(const std::vector<std::complex<float>>& samples) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const Unit unit(argc, argv);
+    const int unit = openUnits(argc, argv, 1);
     std::vector<std::complex<float>> samples(blocks * bins);
     for (const bool shared : {false, true}) {
         for (int channel = 0; channel < 4; ++channel) {
-            const HXRStatus status =
-                hxrAdminGetFullBandIQ(unit.handle, channel, shared, loHz, 0,
-                                      reinterpret_cast<float*>(samples.data()), blocks, true, nullptr);
-            if (status < 0) return fail("capture", status);
+            check("capture", hxrAdminGetFullBandIQ(unit, channel, shared, loHz, 0,
+                                                   reinterpret_cast<float*>(samples.data()), blocks));
             const Line line = strongest(samples);
             std::printf("channel %d, %s LO at %.4f GHz: %.4f GHz, %.1f dB of full scale\n", channel,
                         shared ? "shared" : "own   ", loHz / 1e9, line.hz / 1e9, 20 * std::log10(line.level));
         }
     }
-    return 0;
+    return hxrCloseDevice(unit);
 }

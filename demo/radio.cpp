@@ -18,8 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "hxr_api.h"
-#include "unit.h"
+#include "example.h"
 
 namespace {
 
@@ -39,36 +38,32 @@ struct Stream {
     double worstStep = 0;  // nanoseconds by which a time stamp isn't where it should be
 };
 
-void check(HXRStatus status, const char* what) {
-    if (status < 0) throw std::runtime_error(std::string(what) + ": " + hxrGetErrorString(status));
-}
-
 void setUp(int handle) {
     const std::array<int, channels> enabled{1, 1, 1, 1};
-    check(hxrSetChannelConfig(handle, enabled.data(), -1), "channels");
+    check("channels", hxrSetChannelConfig(handle, enabled.data(), -1));
     for (int channel = 0; channel < static_cast<int>(channels); ++channel)
-        check(hxrSetChannelShared(handle, channel, 1), "shared");
-    check(hxrSetSharedFreq(handle, stationHz), "frequency");
-    check(hxrSetStreamSampleRate(handle, decimation), "sample rate");
-    check(hxrSetStreamDataType(handle, 1), "data type");
-    check(hxrInitiate(handle), "initiate");
+        check("shared", hxrSetChannelShared(handle, channel, 1));
+    check("frequency", hxrSetSharedFreq(handle, stationHz));
+    check("sample rate", hxrSetStreamSampleRate(handle, decimation));
+    check("data type", hxrSetStreamDataType(handle, 1));
+    check("initiate", hxrInitiate(handle));
 }
 
 Stream receive(int handle) {
     Stream stream;
-    check(hxrStreamParameters(handle, nullptr, &stream.rate, nullptr), "parameters");
+    check("parameters", hxrStreamParameters(handle, nullptr, &stream.rate, nullptr));
     for (auto& channel : stream.of) channel.resize(length);
     // The first samples are those with which the filters fill: nobody wants them.
     std::vector<Sample> filling(100);
     std::array<void*, channels> nowhere;
     nowhere.fill(filling.data());
-    check(hxrStreamRecv(handle, nowhere.data(), 100, nullptr, 0, nullptr, nullptr, nullptr, 0), "receive");
+    check("receive", hxrStreamRecv(handle, nowhere.data(), 100, nullptr, 0, nullptr, nullptr, nullptr, 0));
     for (std::size_t at = 0; at < length; at += piece) {
         std::array<void*, channels> buffers;
         for (std::size_t i = 0; i < channels; ++i) buffers[i] = &stream.of[i][at];
         std::uint64_t time = 0;
-        check(hxrStreamRecv(handle, buffers.data(), piece, &time, 0, nullptr, nullptr, nullptr, 0),
-              "receive");
+        check("receive",
+              hxrStreamRecv(handle, buffers.data(), piece, &time, 0, nullptr, nullptr, nullptr, 0));
         if (at == 0) stream.time = time;
         const double expected = static_cast<double>(at) / stream.rate * 1e9;
         stream.worstStep =
@@ -185,10 +180,11 @@ void writeSpectra(const Stream& stream, const std::string& folder) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    const Unit unit(argc, argv, "FOLDER");
-    setUp(unit.handle);
-    const Stream stream = receive(unit.handle);
-    check(hxrAbort(unit.handle), "abort");
+    if (argc < 5) throw std::runtime_error("four arguments");
+    const int unit = openUnits(argc, argv, 1);
+    setUp(unit);
+    const Stream stream = receive(unit);
+    check("abort", hxrAbort(unit));
 
     std::printf("stream           %zu channels, %.6g kS/s each\n", channels, stream.rate / 1e3);
     std::printf("time stamps      within %.2f ns of the samples' count\n", stream.worstStep);
