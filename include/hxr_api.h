@@ -1,4 +1,5 @@
 /**
+ * @file
  * hxr_api: the driver of the HXR multi-channel, phase-coherent RF receiver.
  *
  * A unit has four RF channels, 100 kHz to 20 GHz, and is reached over UDP. Up to four units can be tied into a group
@@ -37,9 +38,10 @@
 #define HXR_API
 #endif
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Status
- * --------------------------------------------------------------------------------------------------------------- */
+/**
+ * @defgroup status Status
+ * @{
+ */
 
 /** What an entry has to say; hxrGetErrorString gives the text. */
 #ifdef __cplusplus
@@ -71,8 +73,10 @@ enum {
     hxrCalChecksumFailed = 6   /**< The calibration data fail their checksum; the unit is open and usable. */
 };
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Calibration image
+/** @} */
+
+/**
+ * @defgroup calibration_image Calibration image
  *
  * The factory data of a unit as one flat image of 8 MiB, least significant byte first: the content of the unit's
  * flash, of the cache files on the host, and of the file that hxrCalLoadFromFile reads. Bytes that were never written
@@ -81,19 +85,20 @@ enum {
  * Axes: temperature index 0 to 6, nominally -30 to 60 degrees Celsius in steps of 15; channel 0 to 3; attenuator index
  * 0 to 6 in steps of 5 dB; frequency index k 0 to 513, for a tuned centre frequency of k * 39.0625 - 23.4375 MHz;
  * response point 0 to 25.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /** Tuning data of the synthesizers: the bytes that a synthesizer reads back after it has tuned itself. */
 typedef struct HXRCBBData {
-    uint8_t reserved[4];
+    uint8_t reserved[4];             /**< only looked at to find out whether there is anything */
     uint8_t cbbLowTable[3][5][513];  /**< plane, table, point: 2000 to 4000 MHz in steps of 3.90625 MHz */
     uint8_t cbbHighTable[3][4][705]; /**< plane, table, point: 5500 to 11000 MHz in steps of 7.8125 MHz */
-    uint8_t unused[0x40000 - 16159];
+    uint8_t unused[0x40000 - 16159]; /**< 0xFF */
 } HXRCBBData;
 
 /** The whole calibration image: tuning data, pretest section and chamber section. */
 typedef struct HXRCalData {
-    HXRCBBData cbb;
+    HXRCBBData cbb; /**< from 0x000000: tuning data of the synthesizers */
 
     /* Pretest section, from 0x040000. */
     int16_t
@@ -104,22 +109,22 @@ typedef struct HXRCalData {
                   [8];   /**< k, attenuator step: generator output level; 1000.0 in the first means no data */
     float vsgGain[514];  /**< generator I/Q gain ratio */
     float vsgPhase[514]; /**< generator I/Q phase skew in radians */
-    float vsgOffsetI[514]; /**< generator DC offset, I */
-    float vsgOffsetQ[514]; /**< generator DC offset, Q */
-    uint8_t pretestUnused[0x80000 - 0x47780];
+    float vsgOffsetI[514];                    /**< generator DC offset, I */
+    float vsgOffsetQ[514];                    /**< generator DC offset, Q */
+    uint8_t pretestUnused[0x80000 - 0x47780]; /**< 0xFF */
 
     /* Chamber section, from 0x080000. */
-    uint32_t reserved0[2];
-    uint32_t serialNumber;
-    uint32_t reserved1;
-    uint64_t calDate; /**< date of the calibration; all ones means no chamber data */
-    uint32_t reserved2;
-    uint32_t checksum;
+    uint32_t reserved0[2];       /**< part of the section's header */
+    uint32_t serialNumber;       /**< of the unit */
+    uint32_t reserved1;          /**< part of the section's header */
+    uint64_t calDate;            /**< date of the calibration; all ones means no chamber data */
+    uint32_t reserved2;          /**< part of the section's header */
+    uint32_t checksum;           /**< of the chamber section */
     uint16_t coarseTuneLog[64];  /**< history of timebase values, oldest first; the first 0xFFFF ends it */
     uint64_t coarseTuneDate[64]; /**< time of each of these, seconds */
     int16_t coarseTuneByTemp[7]; /**< temperature: offset of the timebase value */
-    uint8_t reserved3[2];
-    float tempAtIndex[7];            /**< measured temperature of each index, degrees Celsius, rising */
+    uint8_t reserved3[2];        /**< 0xFF */
+    float tempAtIndex[7];        /**< measured temperature of each index, degrees Celsius, rising */
     uint8_t channelGainCode[4][514]; /**< channel, k: code for the channel's gain register */
     float gainTable[7][4][7][514];   /**< temperature, channel, attenuator, k: level correction in dB */
     float
@@ -133,16 +138,19 @@ typedef struct HXRCalData {
     float lowGridPhase[7][4][150][26];  /**< as fullGridPhase, for the low path */
     float lowGridLevel[7][4][150][26];  /**< as fullGridLevel, for the low path */
     float phasePairTable[4][514][2];    /**< channel, k: a pair of phases in radians */
-    uint8_t chamberUnused[0x800000 - 0x66F434];
+    uint8_t chamberUnused[0x800000 - 0x66F434]; /**< 0xFF */
 } HXRCalData;
+
+/** @} */
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Connection and identity
- * --------------------------------------------------------------------------------------------------------------- */
+/**
+ * @defgroup connection_and_identity Connection and identity
+ * @{
+ */
 
 /**
  * Connects to a unit and brings it up.
@@ -209,13 +217,16 @@ HXR_API const char* hxrGetAPIVersion(void);
 /** The text of a status, "Unknown error" for a number that is none; a constant text. */
 HXR_API const char* hxrGetErrorString(HXRStatus status);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Health, fan and low power
+/** @} */
+
+/**
+ * @defgroup health_fan_and_low_power Health, fan and low power
  *
  * Health comes from the unit's status, which is read anew if the last one is older than a second and no sweep is
  * under way; so polling faster costs nothing and gives the same values. The entry waits for that status, up to four
  * seconds from a unit that has stopped answering. A status that is none leaves the last values and is no error.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Gives the supply voltage and the second rail in volts and the FPGA's temperature in degrees Celsius.
@@ -263,8 +274,10 @@ HXR_API HXRStatus hxrSetFanSetPoint(int handle, float degrees);
 /** Gives the fan's set point in degrees Celsius. @return hxrInvalidDeviceErr, hxrNullPointerErr */
 HXR_API HXRStatus hxrGetFanSetPoint(int handle, float* degrees);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Channels
+/** @} */
+
+/**
+ * @defgroup channels Channels
  *
  * The channels of a group are numbered from 0: channel c is input c % 4 of the unit that was paired at position c / 4,
  * the master being position 0. All their settings belong to the master's handle. A setting counts from the next
@@ -272,7 +285,8 @@ HXR_API HXRStatus hxrGetFanSetPoint(int handle, float* degrees);
  *
  * A channel that the group doesn't have is hxrInvalidParameterErr. A physical quantity out of range is set to its
  * nearest limit and reported with hxrSettingClamped, infinities too; a NaN is hxrInvalidParameterErr.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Enables channels of an idle group: one that sweeps, the focus channel, and any number that stream.
@@ -354,13 +368,16 @@ HXR_API HXRStatus hxrSetSharedFreq(int handle, double hz);
 /** Gives the shared frequency in Hz; nothing for a null pointer. @return hxrInvalidDeviceErr */
 HXR_API HXRStatus hxrGetSharedFreq(int handle, double* hz);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Stream settings
+/** @} */
+
+/**
+ * @defgroup stream_settings Stream settings
  *
  * They belong to the master's handle and count from the next hxrInitiate on, but for hxrSetStreamMode,
  * hxrSetStreamLocalAddr and hxrSetStreamVrtAddr, which tell the units at once. They have no getters. A selector out of
  * its set is hxrInvalidParameterErr and changes nothing; a bad handle is hxrInvalidDeviceErr everywhere.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Sets the form of samples that come to this host.
@@ -507,13 +524,16 @@ HXR_API HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t*
  */
 HXR_API HXRStatus hxrStreamCorrection(int handle, int channel, float* correction);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Sweep settings
+/** @} */
+
+/**
+ * @defgroup sweep_settings Sweep settings
  *
  * They belong to the master's handle and count from the next hxrInitiate on. They have no getters. A selector out of
  * its set is hxrInvalidParameterErr and changes nothing; physical quantities are set to their nearest limit, with
  * hxrSettingClamped, and a NaN is hxrInvalidParameterErr; a bad handle is hxrInvalidDeviceErr everywhere.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /** Sets the reference level in dBm, as hxrSetStreamRefLevel does for streams. -20 at first. */
 HXR_API HXRStatus hxrSetSweepRefLevel(int handle, double dBm);
@@ -572,14 +592,17 @@ HXR_API HXRStatus hxrSetSweepScale(int handle, unsigned scale);
  */
 HXR_API HXRStatus hxrSetSweepWindow(int handle, unsigned window);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Generator settings
+/** @} */
+
+/**
+ * @defgroup generator_settings Generator settings
  *
  * The generator of the master unit plays a pattern over and over, at its shared frequency, from hxrInitiate to hxrAbort.
  * Its settings count from the next hxrInitiate on, which also corrects the pattern for what the unit's modulator does
  * wrong at that frequency. Below 45 MHz there is no synthesizer to follow: the generator stays around 1 GHz. The settings
  * have no getters; a bad handle is hxrInvalidDeviceErr everywhere.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /** Lets the next hxrInitiate start the generator: 0 no, the default; anything else yes. hxrAbort stops it, this doesn't. */
 HXR_API HXRStatus hxrSetVSGEnabled(int handle, int on);
@@ -605,12 +628,15 @@ HXR_API HXRStatus hxrSetVSGLevel(int handle, double dBm);
  */
 HXR_API HXRStatus hxrSetVSGPattern(int handle, const void* samples, int count, unsigned type);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Acquisition
+/** @} */
+
+/**
+ * @defgroup acquisition Acquisition
  *
  * Settings reach the receiver at hxrInitiate, all at once. Both entries act on a master with all its slaves, and must
  * not overlap any other entry with the same handle.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Applies all settings: routes the channels of every unit, aligns the units with each other, brings corrections and
@@ -633,13 +659,16 @@ HXR_API HXRStatus hxrInitiate(int handle);
  */
 HXR_API HXRStatus hxrAbort(int handle);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Swept spectra
+/** @} */
+
+/**
+ * @defgroup swept_spectra Swept spectra
  *
  * hxrInitiate with a focus channel makes a plan; each sweep then takes one trace with it. The unit that sweeps is busy
  * from hxrSweepStart to hxrSweepFinish: health and GPS are then told from its last status. hxrSweepFinish may be called
  * by another thread than hxrSweepStart.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Tells what the plan has made of the settings: point i of a trace stands for startFreq + i binSize.
@@ -672,13 +701,16 @@ HXR_API HXRStatus hxrSweepFinish(int handle, float* sweep);
 /** Takes a whole sweep: hxrSweepStart, then hxrSweepFinish. */
 HXR_API HXRStatus hxrGetSweep(int handle, float* sweep);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * GPS and timebase
+/** @} */
+
+/**
+ * @defgroup gps_and_timebase GPS and timebase
  *
  * All entries act on the handle's own unit. A unit's timebase is set by a DAC from the factory's temperature table and
  * a coarse tune. With hxrSetGPSTimebaseUpdate on and a good fix the unit disciplines the DAC itself; where it goes is
  * remembered on this host, so that the next connect starts close to it, with GPS or without.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Chooses the timebase's reference: 0 internal, 1 external.
@@ -737,8 +769,10 @@ HXR_API HXRStatus hxrGetGPSInfo(int handle, int refresh, int* updated, uint64_t*
  */
 HXR_API HXRStatus hxrWriteMessageToGPS(int handle, uint32_t key, uint64_t value, int size);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * Network configuration over USB
+/** @} */
+
+/**
+ * @defgroup network_configuration_over_usb Network configuration over USB
  *
  * Beside its network port a unit has a USB port, the only way to tell it its addresses. These entries have handles of
  * their own, 0 to 3: a unit may be open here, by its USB port, and connected there, by its network port, at once.
@@ -748,7 +782,8 @@ HXR_API HXRStatus hxrWriteMessageToGPS(int handle, uint32_t key, uint64_t value,
  * with the arguments is said first. Calls with one handle must not overlap, nor calls that open and close.
  *
  * Every entry with a handle returns hxrInvalidDeviceErr for one that belongs to no open unit and hxrConnectionLostErr.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Lists the units on this machine's USB by their serial numbers, open ones among them.
@@ -799,12 +834,15 @@ HXR_API HXRStatus hxrNetworkConfigSetPort(int handle, int32_t port, int32_t pers
 /** Gives the unit's UDP port. @return hxrNullPointerErr */
 HXR_API HXRStatus hxrNetworkConfigGetPort(int handle, int32_t* port);
 
+/** @} */
+
 #ifdef __cplusplus
 } /* extern "C" */
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: groups
- * --------------------------------------------------------------------------------------------------------------- */
+/**
+ * @defgroup cpp_groups C++ entries: groups
+ * @{
+ */
 
 /**
  * Writes 1 to `count`, whatever the group's size; hxrGetChannelCount tells the size of a group.
@@ -812,9 +850,12 @@ HXR_API HXRStatus hxrNetworkConfigGetPort(int handle, int32_t* port);
  */
 HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: service of synthesizers and timebase
- * --------------------------------------------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup cpp_service_of_synthesizers_and_timebase C++ entries: service of synthesizers and timebase
+ * @{
+ */
 
 /**
  * Gives the lock flags of the synthesizers, one for each channel of the handle's unit, from a new status unless a
@@ -900,12 +941,15 @@ HXR_API HXRStatus hxrAdminSetPreselectorFilter(int band);
 /** Lets the frequency decide on the preselector band again, as at load. */
 HXR_API HXRStatus hxrAdminSetAutoPreselectorFilter(void);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: service of corrections
+/** @} */
+
+/**
+ * @defgroup cpp_service_of_corrections C++ entries: service of corrections
  *
  * They act on the corrections in use of the handle's own unit; its flash and this host's copy stay as they are. To be
  * called on an idle unit.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Lets corrections follow the unit's temperature (false, at first) or stay at the index of hxrAdminSetCorrectionIndex,
@@ -943,9 +987,12 @@ HXR_API HXRStatus hxrAdminSetLOFT(int handle, int i, int q);
  */
 HXR_API HXRStatus hxrAdminManualLoadCorrections(int handle, const HXRCalData* data);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: raw captures
- * --------------------------------------------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @defgroup cpp_raw_captures C++ entries: raw captures
+ * @{
+ */
 
 /**
  * Tunes one channel of the handle's own unit and takes a short capture of raw samples, 50 MHz complex, as they come from
@@ -977,11 +1024,14 @@ HXR_API HXRStatus hxrAdminGetFullBandIQ(int handle, int channel, bool fullBand, 
 HXR_API HXRStatus hxrAdminGetFullBandIQ(int handle, int channel, bool fullBand, double loHz,
                                         int attenuatorIndex, float* iq, int blocks);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: service of the generator
+/** @} */
+
+/**
+ * @defgroup cpp_service_of_the_generator C++ entries: service of the generator
  *
  * They count from the next hxrInitiate on.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /**
  * Sets the pattern as it stands: what is at 3/16 of the sample rate, 23.4375 MHz, comes out at the shared frequency, and
@@ -1000,17 +1050,22 @@ HXR_API HXRStatus hxrAdminSetVSGPatternDirect(int handle, const float* samples, 
  */
 HXR_API HXRStatus hxrAdminSetVSGAtten(int handle, int step);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: network configuration, firmware and flash over USB
+/** @} */
+
+/**
+ * @defgroup cpp_network_configuration_firmware_and_flash_over_usb C++ entries: network configuration, firmware and flash over USB
  *
  * The same handles and rules as hxrNetworkConfig... above, of which the first of these are the same.
  *
  * The flash has pages of 1024 bytes. Writing can only clear bits, so a section is cleared before it is written; blocks of
  * 256 pages are erased at a time. A write that breaks off leaves its section half written: clear it and write it again.
  * Calls last as long as the unit takes, seconds to minutes.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
+/** As hxrNetworkConfigGetDeviceList. */
 HXR_API HXRStatus hxrConfigNetGetDeviceList(int32_t* serials, int32_t* count);
+/** As hxrNetworkConfigOpenDevice. */
 HXR_API HXRStatus hxrConfigNetOpenDevice(int32_t* handle, int32_t serial);
 
 /**
@@ -1023,6 +1078,7 @@ HXR_API HXRStatus hxrConfigNetOpenDevice(int32_t* handle, int32_t serial);
  */
 HXR_API HXRStatus hxrConfigNetBootstrapDevice(int32_t* handle, const char* path);
 
+/** As hxrNetworkConfigCloseDevice. */
 HXR_API HXRStatus hxrConfigNetCloseDevice(int handle);
 
 /** Starts the unit anew and closes it, whatever comes of that. @return what came of it */
@@ -1042,10 +1098,15 @@ HXR_API HXRStatus hxrConfigNetGetFirmwareVersion(int handle, int32_t* version);
  */
 HXR_API HXRStatus hxrConfigNetSetMAC(int handle, const char* mac);
 
+/** As hxrNetworkConfigGetMAC. */
 HXR_API HXRStatus hxrConfigNetGetMAC(int handle, char* mac);
+/** As hxrNetworkConfigSetIP. */
 HXR_API HXRStatus hxrConfigNetSetIP(int handle, const char* ip, bool persist);
+/** As hxrNetworkConfigGetIP. */
 HXR_API HXRStatus hxrConfigNetGetIP(int handle, char* ip);
+/** As hxrNetworkConfigSetPort. */
 HXR_API HXRStatus hxrConfigNetSetPort(int handle, int32_t port, bool persist);
+/** As hxrNetworkConfigGetPort. */
 HXR_API HXRStatus hxrConfigNetGetPort(int handle, int32_t* port);
 
 /** Gives the serial number in the calibration that the flash holds. @return hxrNullPointerErr */
@@ -1075,10 +1136,12 @@ HXR_API HXRStatus hxrConfigNetEraseFlashPage(int handle, uint32_t page);
  *         nothing written; hxrFlashIOErr if it doesn't read back as it was written
  */
 HXR_API HXRStatus hxrConfigNetWriteFx3(int handle, const char* path, int32_t serial);
+/** Erases the USB controller's firmware. */
 HXR_API HXRStatus hxrConfigNetClearFx3(int handle);
 
 /** Writes the FPGA's bitstream from a file of at most 16 MiB. @return as hxrConfigNetWriteFx3 */
 HXR_API HXRStatus hxrConfigNetWriteFGPA(int handle, const char* path);
+/** Erases the FPGA's bitstream. */
 HXR_API HXRStatus hxrConfigNetClearFPGA(int handle);
 
 /**
@@ -1096,19 +1159,26 @@ HXR_API HXRStatus hxrConfigNetClearChamber(int handle);
 
 /** Writes the synthesizers' tuning data. @param data 0x40000 bytes @return as hxrConfigNetWriteCorrections */
 HXR_API HXRStatus hxrConfigNetWriteCBB(int handle, const uint8_t* data);
+/** Reads the synthesizers' tuning data. @param data room for 0x40000 bytes @return hxrNullPointerErr */
 HXR_API HXRStatus hxrConfigNetReadCBB(int handle, uint8_t* data);
+/** Erases the synthesizers' tuning data. */
 HXR_API HXRStatus hxrConfigNetClearCBB(int handle);
 
 /** Writes the pretest section. @param data 0x40000 bytes @return as hxrConfigNetWriteCorrections */
 HXR_API HXRStatus hxrConfigNetWritePretest(int handle, const uint8_t* data);
+/** Reads the pretest section. @param data room for 0x40000 bytes @return hxrNullPointerErr */
 HXR_API HXRStatus hxrConfigNetReadPretest(int handle, uint8_t* data);
+/** Erases the pretest section. */
 HXR_API HXRStatus hxrConfigNetClearPretest(int handle);
 
-/* ------------------------------------------------------------------------------------------------------------------
- * C++ entries: calibration images
+/** @} */
+
+/**
+ * @defgroup cpp_calibration_images C++ entries: calibration images
  *
  * They work on any image, of a connected unit or not, keep no state, and may be called from any thread.
- * --------------------------------------------------------------------------------------------------------------- */
+ * @{
+ */
 
 /** Nominal temperature in degrees Celsius of a temperature index, which is brought into 0 to 6. */
 HXR_API double hxrCalGetTempFromIndex(int index) noexcept;
@@ -1149,6 +1219,8 @@ HXR_API void hxrCalPropagateSingleTempCal(HXRCalData& image, int source, int des
  *         may then hold a part
  */
 HXR_API bool hxrCalLoadFromFile(const char* path, HXRCalData* image) noexcept;
+
+/** @} */
 #endif
 
 #endif
