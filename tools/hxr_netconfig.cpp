@@ -204,6 +204,7 @@ int main(int argc, char** argv) {
     return tools::run("hxr-netconfig", [&] {
         CLI::App app("Sets up HXR units over their USB port.");
         app.set_version_flag("--version", hxrGetAPIVersion());
+        app.set_help_all_flag("--help-all", "Print the help of all subcommands and exit");
         app.footer(
             "Examples:\n  hxr-netconfig list\n  hxr-netconfig --simulate show 20000001\n  hxr-netconfig show "
             "20000001\n"

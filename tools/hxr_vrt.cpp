@@ -276,6 +276,7 @@ int main(int argc, char** argv) {
     return tools::run("hxr-vrt", [&] {
         CLI::App app("VITA-49 packets from HXR units: lets them be sent, and receives them.");
         app.set_version_flag("--version", hxrGetAPIVersion());
+        app.set_help_all_flag("--help-all", "Print the help of all subcommands and exit");
         app.footer(
             "Examples:\n"
             "  hxr-vrt send --channels 0,1 --freq 98.5M --to 192.168.2.20:4991 --to 192.168.2.21:4991\n"
