@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -125,11 +127,19 @@ struct Finding {
     std::string text, remedy;
 };
 
-/// The interface that has an address: its name and the greatest packet that it takes.
-std::optional<std::pair<std::string, int>> interfaceOf(const std::string& address) {
+/// An interface of this computer.
+struct Interface {
+    std::string name;
+    int mtu = 0;             ///< bytes of the greatest packet that it takes
+    std::uint32_t ring = 0;  ///< packets that wait in it for the computer; 0 where it has no such ring
+    std::uint32_t mostRing = 0;
+};
+
+/// The interface that has an address.
+std::optional<Interface> interfaceOf(const std::string& address) {
     ifaddrs* list = nullptr;
     if (getifaddrs(&list) != 0) return std::nullopt;
-    std::optional<std::pair<std::string, int>> found;
+    std::optional<Interface> found;
     for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
         if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) continue;
         std::array<char, INET_ADDRSTRLEN> text{};
@@ -140,7 +150,15 @@ std::optional<std::pair<std::string, int>> interfaceOf(const std::string& addres
         ifreq request{};
         std::strncpy(request.ifr_name, entry->ifa_name, IFNAMSIZ - 1);
         const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (::ioctl(socket, SIOCGIFMTU, &request) == 0) found = {entry->ifa_name, request.ifr_mtu};
+        if (::ioctl(socket, SIOCGIFMTU, &request) == 0)
+            found = {.name = entry->ifa_name, .mtu = request.ifr_mtu};
+        ethtool_ringparam ring{};
+        ring.cmd = ETHTOOL_GRINGPARAM;
+        request.ifr_data = reinterpret_cast<char*>(&ring);
+        if (found && ::ioctl(socket, SIOCETHTOOL, &request) == 0) {
+            found->ring = ring.rx_pending;
+            found->mostRing = ring.rx_max_pending;
+        }
         ::close(socket);
     }
     freeifaddrs(list);
@@ -156,9 +174,16 @@ std::vector<Finding> lookAtHost(const std::string& address) {
         findings.push_back({false, "no interface has the address " + address,
                             "ip address add " + address + "/24 dev INTERFACE, or give --host"});
     } else {
-        findings.push_back({interface->second >= jumbo,
-                            "interface " + interface->first + " has MTU " + std::to_string(interface->second),
-                            "ip link set " + interface->first + " mtu 9000: without it no samples arrive"});
+        findings.push_back({interface->mtu >= jumbo,
+                            "interface " + interface->name + " has MTU " + std::to_string(interface->mtu),
+                            "ip link set " + interface->name + " mtu 9000: without it no samples arrive"});
+        const std::string most = std::to_string(interface->mostRing);
+        if (interface->mostRing > 0)
+            findings.push_back(
+                {interface->ring == interface->mostRing,
+                 std::to_string(interface->ring) + " of " + most + " packets may wait in " + interface->name,
+                 "ethtool -G " + interface->name + " rx " + most +
+                     ": with less, a busy moment loses samples, and the link"});
     }
     long buffer = 0;
     std::ifstream("/proc/sys/net/core/rmem_max") >> buffer;
@@ -172,6 +197,14 @@ std::vector<Finding> lookAtHost(const std::string& address) {
          "real-time priority up to " + std::to_string(priority.rlim_cur),
          "a line `@realtime - rtprio 10` in /etc/security/limits.conf, for a group that you are in: without "
          "it other programs may hold the receiving threads up"});
+    const char* const calibrations = "/var/lib/Tarvenis/cal_files";
+    const bool kept = ::access(calibrations, W_OK) == 0;
+    findings.push_back(
+        {kept,
+         std::string(kept ? "calibrations are kept in " : "no calibrations can be kept in ") + calibrations,
+         std::string("install -d -m 777 ") + calibrations +
+             ": without it they are kept in `cal_files` of the folder where a program runs, and fetched "
+             "anew, 8 MiB from each unit, in every other"});
     const unsigned cores = std::thread::hardware_concurrency();
     findings.push_back(
         {cores >= 2, std::to_string(cores) + " processors", "four channels at the full rate want two"});
