@@ -39,6 +39,20 @@ std::string adviceFor(HXRStatus status) {
     }
 }
 
+void checkConnected(const Where& where, const std::string& unit, HXRStatus status) {
+    if (status == hxrDeviceNotFoundErr)
+        throw std::runtime_error(
+            "can't reach " + unit + " from " + where.host +
+            ": is that an address of this computer (`ip address` shows them, --host names "
+            "another)? --simulate tries the program without a unit");
+    if (status == hxrConnectionLostErr)
+        throw std::runtime_error(
+            "no answer from " + unit + ": is the unit on, is the interface " + where.host +
+            " up with MTU 9000? `hxr-info --check-host` looks at this computer; --simulate "
+            "tries the program without a unit");
+    check("connecting to " + unit, status);
+}
+
 /// The program that lies beside this one, in the same folder or in that of the simulated receiver, or else in the path.
 std::string programBeside(const char* name) {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
@@ -176,21 +190,13 @@ Simulation::~Simulation() {
 }
 
 Group::Group(const Where& where) {
-    const auto notThere = [&](const std::string& unit) {
-        return std::runtime_error(
-            "no answer from " + unit + ": is the unit on, is the interface " + where.host +
-            " up with MTU 9000? `hxr-info --check-host` looks at this computer; --simulate tries "
-            "the program without a unit");
-    };
     warning_ = hxrConnectDevice(&handle_, where.host.c_str(), where.units[0].c_str(), where.port);
-    if (warning_ == hxrDeviceNotFoundErr || warning_ == hxrConnectionLostErr) throw notThere(where.units[0]);
-    check("connecting to " + where.units[0], warning_);
+    checkConnected(where, where.units[0], warning_);
     for (std::size_t i = 1; i < where.units.size(); ++i) {
         const HXRStatus status =
             hxrPairDevice(handle_, where.host.c_str(), where.units[i].c_str(), where.port);
         if (status < 0) hxrCloseDevice(handle_);
-        if (status == hxrDeviceNotFoundErr || status == hxrConnectionLostErr) throw notThere(where.units[i]);
-        check("pairing with " + where.units[i], status);
+        checkConnected(where, where.units[i], status);
     }
     hxrGetChannelCount(handle_, &channelCount_);
 }
