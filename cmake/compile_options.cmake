@@ -5,7 +5,7 @@ target_compile_options(hxr_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>)
 if(CMAKE_UNITY_BUILD)
   # Files that are compiled together see each other's local names, which says nothing about either.
-  target_compile_options(hxr_options INTERFACE -Wno-shadow -Wno-subobject-linkage)
+  target_compile_options(hxr_options INTERFACE -Wno-shadow $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
 endif()
 if(HXR_SANITIZE)
   target_compile_options(hxr_options INTERFACE
