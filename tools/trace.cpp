@@ -94,6 +94,7 @@ void writeCsv(std::ostream& out, const Trace& trace, int sweeps) {
             out << format(", %.2f", static_cast<double>(trace.levels[i]));
         out << '\n';
     }
+    out.flush();  // who reads along sees whole sweeps
 }
 
 std::string drawSpectrum(const Trace& trace, double refLevel, std::size_t columns, std::size_t rows) {
