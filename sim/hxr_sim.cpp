@@ -1,6 +1,8 @@
 // hxr-sim: simulated receiver units as a program of their own.
 
 #include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -57,6 +59,7 @@ struct Arguments {
     std::optional<double> noise;
     bool quiet = false;
     bool verbose = false;
+    bool withParent = false;
 };
 
 constexpr const char* examples =
@@ -130,6 +133,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
     app.add_flag("--verbose", arguments.verbose, "print unknown words and broken rules at the end")
         ->excludes(quiet);
+    app.add_flag("--with-parent", arguments.withParent,
+                 "end with the program that has started it, however that ends");
     app.set_version_flag("--version", HXR_SIM_VERSION);
     app.footer(examples + hxr::sim::sceneFileForm());
 }
@@ -247,6 +252,11 @@ void printSummary(const SimulatedUnit& unit, bool verbose) {
 
 /// Serves until the program is asked to end.
 void serve(const Arguments& arguments) {
+    const pid_t parent = getppid();
+    if (arguments.withParent) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() != parent || parent == 1) return;  // it has ended already
+    }
     sigset_t endings;
     sigemptyset(&endings);
     sigaddset(&endings, SIGINT);

@@ -150,7 +150,7 @@ Simulation::Simulation(Where& where) {
     const int number = static_cast<int>(getpid());
     const std::string prefix =
         "127." + std::to_string(64 + number / 256 % 64) + '.' + std::to_string(number % 256) + '.';
-    std::vector<std::string> words{programBeside("hxr-sim"), "--real-time", "--port",
+    std::vector<std::string> words{programBeside("hxr-sim"), "--with-parent", "--real-time", "--port",
                                    std::to_string(where.port)};
     for (std::size_t i = 0; i < where.units.size(); ++i) {
         where.units[i] = prefix + std::to_string(2 + i);
@@ -206,6 +206,7 @@ void catchInterrupts() {
     action.sa_handler = [](int) { interrupts = interrupts + 1; };
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGPIPE, &action, nullptr);  // who read along has gone
 }
 
 bool interrupted() { return interrupts > 0; }

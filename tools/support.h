@@ -114,7 +114,7 @@ class TemporaryFile {
     std::string path_;
 };
 
-/// From now on Ctrl-C only asks the program to end.
+/// From now on Ctrl-C only asks the program to end, as does a reader of its output that goes away.
 void catchInterrupts();
 bool interrupted();
 
