@@ -59,7 +59,7 @@ struct Arguments {
     std::optional<double> noise;
     bool quiet = false;
     bool verbose = false;
-    bool withParent = false;
+    pid_t parent = 0;
 };
 
 constexpr const char* examples =
@@ -133,8 +133,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     auto* quiet = app.add_flag("--quiet", arguments.quiet, "print nothing but errors");
     app.add_flag("--verbose", arguments.verbose, "print unknown words and broken rules at the end")
         ->excludes(quiet);
-    app.add_flag("--with-parent", arguments.withParent,
-                 "end with the program that has started it, however that ends");
+    app.add_option("--with-parent", arguments.parent,
+                   "number of the process that has started it, with which it ends, however that ends");
     app.set_version_flag("--version", HXR_SIM_VERSION);
     app.footer(examples + hxr::sim::sceneFileForm());
 }
@@ -252,10 +252,9 @@ void printSummary(const SimulatedUnit& unit, bool verbose) {
 
 /// Serves until the program is asked to end.
 void serve(const Arguments& arguments) {
-    const pid_t parent = getppid();
-    if (arguments.withParent) {
+    if (arguments.parent != 0) {
         prctl(PR_SET_PDEATHSIG, SIGTERM);
-        if (getppid() != parent || parent == 1) return;  // it has ended already
+        if (getppid() != arguments.parent) return;  // it has ended already
     }
     sigset_t endings;
     sigemptyset(&endings);

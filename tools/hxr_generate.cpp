@@ -2,13 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "patterns.h"
@@ -65,7 +63,7 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     tools::addChoice(app, "--type", arguments.floats, {{"int16", false}, {"float", true}},
                      "form of its samples");
     app.add_option("--time", arguments.seconds, "seconds to play; until Ctrl-C if not given")
-        ->check(CLI::PositiveNumber);
+        ->check(tools::aboveZero());
     auto* const listen =
         app.add_option("--listen", arguments.listener, "channel that sweeps what it hears of it")
             ->check(CLI::Range(0, 15));
@@ -107,19 +105,15 @@ void listen(const tools::Group& unit, const Arguments& arguments, double expecte
 }
 
 /// Lets the generator play for its time.
-void wait(double seconds) {
-    using Clock = std::chrono::steady_clock;
+void wait(const tools::Group& unit, double seconds) {
     tools::Progress progress;
-    const auto begin = Clock::now();
-    const auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - begin).count(); };
-    while (elapsed() < seconds && !tools::interrupted()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    tools::keepRunning(unit, seconds, [&](double part) {
         if (std::isfinite(seconds)) {
-            progress.bar("playing", std::min(elapsed() / seconds, 1.0));
+            progress.bar("playing", part);
         } else {
             progress.show("playing, until Ctrl-C");
         }
-    }
+    });
 }
 
 }  // namespace
@@ -144,6 +138,9 @@ int main(int argc, char** argv) {
         tools::catchInterrupts();
         const tools::Simulation simulation(arguments.where);
         const tools::Group unit(arguments.where);
+        constexpr double lowestHz = 45e6;
+        if (arguments.hz < lowestHz)
+            std::fprintf(stderr, "below 45 MHz the generator has no synthesizer: it plays around 1 GHz\n");
         tools::check("generator", hxrSetVSGEnabled(unit, 1));
         tools::check("frequency", hxrSetSharedFreq(unit, arguments.hz));
         tools::check("level", hxrSetVSGLevel(unit, arguments.dBm));
@@ -153,7 +150,7 @@ int main(int argc, char** argv) {
         std::printf("%zu samples at %s, %.2f dBm\n", pattern.size(), hertzText(arguments.hz).c_str(), dBm);
         if (arguments.listener) listen(unit, arguments, dBm);
         std::fflush(stdout);
-        wait(arguments.seconds);
+        wait(unit, arguments.seconds);
         tools::check("abort", hxrAbort(unit));
         return tools::allWell;
     });

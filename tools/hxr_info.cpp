@@ -262,7 +262,7 @@ int main(int argc, char** argv) {
         };
         show(all);
         while (watch > 0 && !tools::interrupted()) {
-            std::this_thread::sleep_for(std::chrono::duration<double>(watch));
+            tools::pause(watch);
             if (tools::interrupted()) break;
             Json present;
             addPresent(present);

@@ -3,12 +3,15 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hxr_api.h"
@@ -194,8 +197,27 @@ void writeParts(int unit, std::int32_t serial, const std::string& firmware, cons
     std::printf("written; the unit starts anew\n");
 }
 
-void requireReadable(const std::string& path) {
-    if (!path.empty() && !std::ifstream(path)) throw std::runtime_error("can't read " + path);
+/// Sees, before anything is erased, whether a file may be what it is said to be.
+void requireImage(const std::string& path, std::string_view beginning, std::uintmax_t longest) {
+    if (path.empty()) return;
+    std::string head(beginning.size(), 0);
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("can't read " + path);
+    const std::uintmax_t bytes = std::filesystem::file_size(path);
+    if (bytes == 0 || bytes > longest)
+        throw std::runtime_error(path + " has " + std::to_string(bytes) + " bytes, not 1 to " +
+                                 std::to_string(longest));
+    if (!file.read(head.data(), std::ssize(head)) || head != beginning)
+        throw std::runtime_error(path + " is no boot image");
+}
+
+/// The driver refuses a wrong MAC address too, but only when the others are set.
+void requireMac(const std::string& mac) {
+    std::size_t digits = 0;
+    for (std::size_t i = 0; i < mac.size(); ++i)
+        digits += i % 3 != 2 && std::isxdigit(static_cast<unsigned char>(mac[i])) != 0 ? 1 : 0;
+    if (!mac.empty() && (mac.size() != 17 || digits != 12))
+        throw std::runtime_error(mac + " is no MAC address such as 02:1B:C5:00:12:AF");
 }
 
 }  // namespace
@@ -259,8 +281,14 @@ int main(int argc, char** argv) {
             if (*starting) units = {"--blank"};
             return tools::runOnSimulatedUsb(std::move(units), argc, argv);
         }
-        requireReadable(firmware);
-        requireReadable(bitstream);
+        constexpr std::uintmax_t longestFirmware = 256U << 10, longestBitstream = 16U << 20;
+        constexpr int streamPort = 4991;
+        requireImage(firmware, "CY", longestFirmware);
+        requireImage(bitstream, "", longestBitstream);
+        requireMac(settings.mac);
+        if (*setting && settings.ip.empty() && settings.port < 0 && settings.mac.empty())
+            throw std::runtime_error("nothing to set: --ip, --port or --mac");
+        if (settings.port == streamPort) throw std::runtime_error("port 4991 is that of the streams");
         if (*list) {
             for (const std::int32_t found : serials()) std::printf("%d\n", found);
         } else if (*showing) {

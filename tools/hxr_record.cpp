@@ -33,6 +33,8 @@ class Recording {
     Recording(std::string name, Json global) : name_(std::move(name)), global_(std::move(global)) {
         data_.open(name_ + ".sigmf-data", std::ios::binary | std::ios::trunc);
         if (!data_) throw std::runtime_error("can't write " + name_ + ".sigmf-data");
+        meta_.open(name_ + ".sigmf-meta", std::ios::trunc);
+        if (!meta_) throw std::runtime_error("can't write " + name_ + ".sigmf-meta");
     }
 
     /// @return false if the disk is full
@@ -53,17 +55,16 @@ class Recording {
     /// @return false if the disk is full
     bool finish() {
         data_.close();
-        std::ofstream meta(name_ + ".sigmf-meta", std::ios::trunc);
-        meta << Json{{"global", global_}, {"captures", captures_}, {"annotations", annotations_}}.dump(2)
-             << '\n';
-        return static_cast<bool>(data_) && static_cast<bool>(meta.flush());
+        const Json all{{"global", global_}, {"captures", captures_}, {"annotations", annotations_}};
+        meta_ << all.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+        return static_cast<bool>(data_) && static_cast<bool>(meta_.flush());
     }
 
   private:
     std::string name_;
     Json global_;
     Json captures_ = Json::array(), annotations_ = Json::array();
-    std::ofstream data_;
+    std::ofstream data_, meta_;
 };
 
 /// The samples of all channels in turn.
@@ -186,7 +187,7 @@ int main(int argc, char** argv) {
         tools::addCommonOptions(app, arguments.where);
         tools::addStreamOptions(app, arguments.stream);
         app.add_option("--time", arguments.seconds, "seconds")
-            ->check(CLI::Range(1e-6, 1e6))
+            ->check(tools::aboveZero())
             ->capture_default_str();
         app.add_option("--output", arguments.output,
                        "name of the files; the channel's number is added if there are several")

@@ -62,13 +62,18 @@ void addOptions(CLI::App& app, Arguments& arguments) {
                              ->excludes(stop);
     auto* const span = app.add_option("--span", arguments.spanHz, "width around the middle")
                            ->transform(hertz)
+                           ->check(tools::aboveZero())
                            ->excludes(start)
                            ->excludes(stop)
                            ->needs(center);
     center->needs(span);
-    app.add_option("--rbw", settings.rbwHz, "resolution bandwidth")->transform(hertz)->capture_default_str();
+    app.add_option("--rbw", settings.rbwHz, "resolution bandwidth")
+        ->transform(hertz)
+        ->check(tools::aboveZero())
+        ->capture_default_str();
     app.add_option("--vbw", settings.vbwHz, "video bandwidth; the resolution bandwidth if not given")
-        ->transform(hertz);
+        ->transform(hertz)
+        ->check(tools::aboveZero());
     app.add_option("--ref", settings.refLevel, "reference level in dBm, by which the attenuator is set")
         ->capture_default_str();
     app.add_option("--atten", settings.attenuationDb,
@@ -83,7 +88,7 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     tools::addChoice(app, "--units", settings.scale, {{"dBm", 0}, {"mV", 1}, {"dBFS", 2}},
                      "units of the levels");
     auto* const sweeps = app.add_option("--sweeps", arguments.sweeps, "sweeps in a row")
-                             ->check(CLI::PositiveNumber)
+                             ->check(CLI::Range(1, 1000000000))
                              ->capture_default_str();
     app.add_flag("--endless", arguments.endless, "sweep until Ctrl-C")->excludes(sweeps);
     tools::addChoice(
@@ -131,15 +136,12 @@ class Output {
   public:
     explicit Output(const std::string& path) : path_(path), file_(path, std::ios::trunc) { check(); }
     std::ostream& stream() { return file_; }
-    void finish() {
+    void check() {
         file_.flush();
-        check();
+        if (!file_) throw std::runtime_error("can't write " + path_);
     }
 
   private:
-    void check() const {
-        if (!file_) throw std::runtime_error("can't write " + path_);
-    }
     std::string path_;
     std::ofstream file_;
 };
@@ -162,13 +164,15 @@ Taken takeSweeps(const tools::Group& unit, const Arguments& arguments, Trace& tr
         tools::check("sweep", arguments.live ? take() : progress.timed("sweeping", take));
         ++taken.sweeps;
         holder.take(sweep, trace.levels);
-        if (csv) writeCsv(csv->stream(), trace, taken.sweeps);
+        if (csv) {
+            writeCsv(csv->stream(), trace, taken.sweeps);
+            csv->check();
+        }
         if (arguments.printsCsv()) writeCsv(std::cout, trace, taken.sweeps);
         if (arguments.live) draw(trace, arguments.settings.refLevel);
     }
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
     taken.milliseconds = took.count() / taken.sweeps;
-    if (csv) csv->finish();
     return taken;
 }
 
@@ -180,13 +184,19 @@ struct Line {
 std::vector<Line> linesOf(const Trace& trace, const Arguments& arguments) {
     // Two lines are told apart if a few resolution bandwidths lie between them.
     const auto apart = static_cast<std::size_t>(std::ceil(6 * trace.rbwHz / trace.binHz));
-    auto peaks = findPeaks(trace.levels, arguments.excursionDb, arguments.least, apart);
+    std::vector<float> decibels = trace.levels;
+    if (!arguments.inDecibels())
+        std::ranges::transform(decibels, decibels.begin(),
+                               [](float volts) { return 20 * std::log10(volts); });
+    const double least =
+        arguments.inDecibels() ? arguments.least : 20 * std::log10(std::max(arguments.least, 0.0));
+    auto peaks = findPeaks(decibels, arguments.excursionDb, least, apart);
     if (peaks.size() > static_cast<std::size_t>(arguments.peaks))
         peaks.resize(static_cast<std::size_t>(arguments.peaks));
     std::ranges::sort(peaks);
     std::vector<Line> lines(peaks.size());
     std::ranges::transform(peaks, lines.begin(), [&](std::size_t place) {
-        return Line{trace.frequency(middleOfLine(trace.levels, place)), trace.levels[place]};
+        return Line{trace.frequency(middleOfLine(decibels, place)), trace.levels[place]};
     });
     return lines;
 }
@@ -252,8 +262,12 @@ int main(int argc, char** argv) {
             arguments.settings.startHz = arguments.centerHz - arguments.spanHz / 2;
             arguments.settings.stopHz = arguments.centerHz + arguments.spanHz / 2;
         }
-        if (arguments.live && !arguments.inDecibels())
-            throw std::runtime_error("--live draws decibels, no mV");
+        if ((arguments.live || !arguments.picture.empty()) && !arguments.inDecibels())
+            throw std::runtime_error("--live and --png draw decibels, no mV");
+        if (arguments.json && arguments.printsCsv())
+            throw std::runtime_error("--json and --csv - both want standard output");
+        for (const std::string& path : {arguments.output, arguments.picture})
+            if (!path.empty()) Output(path).check();  // before anything takes its time
         tools::catchInterrupts();
         const tools::Simulation simulation(arguments.where);
         const tools::Group unit(arguments.where);
@@ -270,14 +284,14 @@ int main(int argc, char** argv) {
         if (!arguments.output.empty()) {
             Output file(arguments.output);
             writeColumns(file.stream(), trace, arguments.columns);
-            file.finish();
+            file.check();
         }
         if (!arguments.picture.empty()) {
             tools::drawPicture(trace, arguments.settings.refLevel,
                                arguments.title.empty()
                                    ? "channel " + std::to_string(arguments.settings.channel)
                                    : arguments.title,
-                               arguments.picture);
+                               arguments.picture, arguments.unitName());
         }
         return tools::allWell;
     });

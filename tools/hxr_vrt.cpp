@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -18,7 +19,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "streaming.h"
@@ -99,11 +100,14 @@ std::optional<std::uint64_t> neighbour(const std::string& address) {
 
 /// One destination a channel. Behind the last that was given the ports are counted up.
 std::vector<Destination> destinationsFor(const SendArguments& arguments) {
+    if (arguments.destinations.size() > arguments.stream.channels.size())
+        throw std::runtime_error("more destinations than channels");
     std::vector<Destination> all;
     for (std::size_t i = 0; i < arguments.stream.channels.size(); ++i) {
         Destination one =
             i < arguments.destinations.size() ? destinationFrom(arguments.destinations[i]) : all.back();
-        if (i >= arguments.destinations.size()) ++one.port;
+        if (i >= arguments.destinations.size() && ++one.port == 0)
+            throw std::runtime_error("there is no port above 65535 for a further channel");
         if (i < arguments.hardware.size()) {
             one.hardware = hardwareFrom(arguments.hardware[i]);
         } else if (i < arguments.destinations.size()) {
@@ -119,15 +123,11 @@ std::vector<Destination> destinationsFor(const SendArguments& arguments) {
     return all;
 }
 
-template <typename Step>
-void untilEnd(double seconds, Step step) {
-    const auto begin = Clock::now();
-    while (!tools::interrupted() && std::chrono::duration<double>(Clock::now() - begin).count() < seconds)
-        step();
-}
-
 int send(const SendArguments& given) {
     SendArguments arguments = given;
+    auto& channels = arguments.stream.channels;
+    std::ranges::sort(channels);
+    channels.erase(std::unique(channels.begin(), channels.end()), channels.end());
     const auto destinations = destinationsFor(arguments);
     tools::catchInterrupts();
     const tools::Simulation simulation(arguments.where);
@@ -148,9 +148,8 @@ int send(const SendArguments& given) {
                     arguments.stream.channels[i] + 1, destinations[i].address.c_str(), destinations[i].port);
     std::fflush(stdout);
     tools::Progress progress;
-    untilEnd(arguments.seconds, [&] {
+    tools::keepRunning(group, arguments.seconds, [&](double) {
         progress.show(std::isfinite(arguments.seconds) ? "sending" : "sending, until Ctrl-C");
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     });
     tools::check("abort", hxrAbort(group));
     tools::check("streams to this host again", hxrSetStreamMode(group, 0));
@@ -183,12 +182,20 @@ class Socket {
     int socket_;
 };
 
-using Streams = std::map<std::uint32_t, VrtStream>;
+/// Streams by the address of the unit that sends them and by their number.
+using Streams = std::map<std::pair<std::uint32_t, std::uint32_t>, VrtStream>;
+
+std::string addressText(std::uint32_t address) {
+    const in_addr place{htonl(address)};
+    std::array<char, INET_ADDRSTRLEN> text{};
+    return inet_ntop(AF_INET, &place, text.data(), text.size());
+}
 
 nlohmann::ordered_json summaryOf(const Streams& streams) {
     auto all = nlohmann::ordered_json::array();
-    for (const auto& [stream, told] : streams) {
-        nlohmann::ordered_json one{{"stream", stream},
+    for (const auto& [from, told] : streams) {
+        nlohmann::ordered_json one{{"unit", addressText(from.first)},
+                                   {"stream", from.second},
                                    {"packets", told.packets()},
                                    {"lost", told.lost()},
                                    {"contextPackets", told.contexts()},
@@ -207,14 +214,14 @@ nlohmann::ordered_json summaryOf(const Streams& streams) {
 }
 
 void print(const Streams& streams) {
-    std::printf("%10s %10s %8s %10s %12s %10s %9s %9s\n", "stream", "packets", "lost", "MS/s", "MHz",
-                "MHz wide", "dBFS", "dBm");
-    for (const auto& [stream, told] : streams) {
+    std::printf("%-15s %8s %10s %8s %10s %12s %10s %9s %9s\n", "unit", "stream", "packets", "lost", "MS/s",
+                "MHz", "MHz wide", "dBFS", "dBm");
+    for (const auto& [from, told] : streams) {
         const VrtContext context = told.context().value_or(VrtContext{});
-        std::printf("%10u %10lld %8lld %10.6g %12.9g %10.6g %9.2f %9.2f\n", stream,
-                    static_cast<long long>(told.packets()), static_cast<long long>(told.lost()),
-                    told.rateHz() / 1e6, context.frequencyHz / 1e6, context.bandwidthHz / 1e6, told.dbfs(),
-                    told.dbfs() + context.referenceDbm);
+        std::printf("%-15s %8u %10lld %8lld %10.6g %12.9g %10.6g %9.2f %9.2f\n",
+                    addressText(from.first).c_str(), from.second, static_cast<long long>(told.packets()),
+                    static_cast<long long>(told.lost()), told.rateHz() / 1e6, context.frequencyHz / 1e6,
+                    context.bandwidthHz / 1e6, told.dbfs(), told.dbfs() + context.referenceDbm);
     }
 }
 
@@ -231,18 +238,25 @@ int receive(const ReceiveArguments& arguments) {
     std::int64_t others = 0;
     std::vector<std::uint8_t> bytes(largestPacket);
     const auto take = [&](int socket) {
-        for (ssize_t got = 0; (got = ::recv(socket, bytes.data(), bytes.size(), 0)) >= 0;) {
+        sockaddr_in from{};
+        socklen_t length = sizeof from;
+        ssize_t got = 0;
+        while ((got = ::recvfrom(socket, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&from),
+                                 &length)) >= 0) {
             const auto packet = parseVrt(std::span(bytes).first(static_cast<std::size_t>(got)));
             if (!packet) {
                 ++others;
             } else {
-                streams.try_emplace(packet->stream, arguments.littleEndian).first->second.take(*packet);
+                const std::pair key(ntohl(from.sin_addr.s_addr), packet->stream);
+                streams.try_emplace(key, arguments.littleEndian).first->second.take(*packet);
             }
         }
     };
     {
         tools::Progress progress;
-        untilEnd(arguments.seconds, [&] {
+        const auto begin = Clock::now();
+        while (!tools::interrupted() &&
+               std::chrono::duration<double>(Clock::now() - begin).count() < arguments.seconds) {
             constexpr int milliseconds = 100;
             if (::poll(waiting.data(), waiting.size(), milliseconds) > 0) {
                 for (const pollfd& one : waiting)
@@ -255,7 +269,7 @@ int receive(const ReceiveArguments& arguments) {
             }
             progress.show(std::to_string(streams.size()) + " streams, " + std::to_string(packets) +
                           " packets, " + std::to_string(lost) + " lost");
-        });
+        }
     }
     if (arguments.json) {
         std::printf("%s\n", summaryOf(streams).dump(2).c_str());
@@ -308,7 +322,7 @@ int main(int argc, char** argv) {
                 ->capture_default_str();
         sending->add_flag("--no-context", sent.noContext, "send no context packets")->excludes(interval);
         sending->add_flag("--little-endian", sent.littleEndian, "samples with their low byte first");
-        sending->add_option("--time", sent.seconds, "seconds")->check(CLI::PositiveNumber);
+        sending->add_option("--time", sent.seconds, "seconds")->check(tools::aboveZero());
 
         ReceiveArguments received;
         CLI::App* const receiving = app.add_subcommand("receive", "shows what comes, until Ctrl-C");
@@ -321,7 +335,7 @@ int main(int argc, char** argv) {
             ->check(CLI::Range(1, 65535))
             ->capture_default_str();
         receiving->add_flag("--little-endian", received.littleEndian, "samples have their low byte first");
-        receiving->add_option("--time", received.seconds, "seconds")->check(CLI::PositiveNumber);
+        receiving->add_option("--time", received.seconds, "seconds")->check(tools::aboveZero());
         receiving->add_flag("--json", received.json, "in a form for programs");
         CLI11_PARSE(app, argc, argv);
         return *sending ? send(sent) : receive(received);

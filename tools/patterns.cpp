@@ -113,6 +113,8 @@ Pattern readAs(std::ifstream& file, double fullScale) {
     for (std::size_t n = 0; n < samples; ++n)
         pattern.emplace_back(static_cast<double>(numbers[2 * n]) / fullScale,
                              static_cast<double>(numbers[2 * n + 1]) / fullScale);
+    if (!std::ranges::all_of(pattern, [](const auto& sample) { return std::norm(sample) <= 2; }))
+        throw std::runtime_error("a pattern's samples lie between -1 and 1");
     return pattern;
 }
 

@@ -14,6 +14,7 @@ std::vector<std::size_t> excursions(std::span<const float> levels, float excursi
     for (std::size_t i = 0; i < levels.size(); ++i) {
         if (rising) {
             if (levels[i] > levels[highest]) highest = i;
+            lowest = std::min(lowest, levels[i]);
             if (levels[i] <= levels[highest] - excursion) {
                 peaks.push_back(highest);
                 rising = false;
@@ -25,7 +26,8 @@ std::vector<std::size_t> excursions(std::span<const float> levels, float excursi
             if (rising) highest = i;
         }
     }
-    if (rising) peaks.push_back(highest);
+    // At the upper edge it has risen, but need not have fallen.
+    if (rising && levels[highest] >= lowest + excursion) peaks.push_back(highest);
     return peaks;
 }
 

@@ -11,7 +11,10 @@ void addStreamOptions(CLI::App& app, StreamOptions& options) {
         ->delimiter(',')
         ->check(CLI::Range(0, 15))
         ->capture_default_str();
-    app.add_option("--freq", options.hz, "centre of all of them")->transform(hertz())->capture_default_str();
+    app.add_option("--freq", options.hz, "centre of all of them")
+        ->transform(hertz())
+        ->check(CLI::Range(100e3, 20e9))
+        ->capture_default_str();
     app.add_option("--decimation", options.decimation, "50 MS/s divided by this power of two")
         ->check(CLI::IsMember({1, 2, 4, 8, 16, 32, 64, 128, 256}))
         ->capture_default_str();

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -18,6 +19,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <thread>
 
 namespace tools {
 namespace {
@@ -105,6 +107,16 @@ CLI::Validator hertz() {
     return CLI::AsNumberWithUnit(thousands, CLI::AsNumberWithUnit::CASE_SENSITIVE, "Hz").description("k M G");
 }
 
+CLI::Validator aboveZero() {
+    return {[](std::string& text) {
+                double value = 0;
+                const bool number = CLI::detail::lexical_cast(text, value);
+                return number && std::isfinite(value) && value > 0 ? std::string()
+                                                                   : text + " is no number above 0";
+            },
+            "above 0"};
+}
+
 void check(const std::string& what, HXRStatus status) {
     const std::string text = what + ": " + hxrGetErrorString(status) + adviceFor(status);
     if (status < 0) throw std::runtime_error(text);
@@ -122,7 +134,7 @@ int runOnSimulatedUsb(std::vector<std::string> options, int argc, char** argv) {
     words.insert(words.end(), options.begin(), options.end());
     words.push_back(std::filesystem::read_symlink("/proc/self/exe"));
     std::copy_if(argv + 1, argv + argc, std::back_inserter(words),
-                 [](std::string_view word) { return word != "--simulate"; });
+                 [](std::string_view word) { return !word.starts_with("--simulate"); });
     const int status = runToItsEnd(words);
     constexpr int notThere = 127;
     if (status < 0 || status == notThere)
@@ -150,8 +162,9 @@ Simulation::Simulation(Where& where) {
     const int number = static_cast<int>(getpid());
     const std::string prefix =
         "127." + std::to_string(64 + number / 256 % 64) + '.' + std::to_string(number % 256) + '.';
-    std::vector<std::string> words{programBeside("hxr-sim"), "--with-parent", "--real-time", "--port",
-                                   std::to_string(where.port)};
+    std::vector<std::string> words{
+        programBeside("hxr-sim"),  "--with-parent", std::to_string(number), "--real-time", "--port",
+        std::to_string(where.port)};
     for (std::size_t i = 0; i < where.units.size(); ++i) {
         where.units[i] = prefix + std::to_string(2 + i);
         words.insert(words.end(), {"--address", where.units[i], "--serial", std::to_string(20000001 + i)});
@@ -204,12 +217,34 @@ Group::Group(const Where& where) {
 void catchInterrupts() {
     struct sigaction action {};
     action.sa_handler = [](int) { interrupts = interrupts + 1; };
+    action.sa_flags = static_cast<int>(SA_RESETHAND);  // the second one ends it at once
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    action.sa_flags = 0;
     sigaction(SIGPIPE, &action, nullptr);  // who read along has gone
 }
 
 bool interrupted() { return interrupts > 0; }
+
+void pause(double seconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+    while (!interrupted() && Clock::now() < end)
+        std::this_thread::sleep_for(
+            std::min<std::chrono::duration<double>>(end - Clock::now(), std::chrono::milliseconds(50)));
+}
+
+void keepRunning(const Group& group, double seconds, const std::function<void(double)>& show) {
+    constexpr double look = 0.5;
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    const auto elapsed = [&] { return std::chrono::duration<double>(Clock::now() - begin).count(); };
+    while (!interrupted() && elapsed() < seconds) {
+        pause(std::min(look, seconds - elapsed()));
+        check("the unit", hxrGetDeviceDiagnostics(group, nullptr, nullptr, nullptr));
+        show(std::min(elapsed() / seconds, 1.0));
+    }
+}
 
 Progress::~Progress() {
     if (shown_) std::fputc('\n', stderr);

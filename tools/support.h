@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -35,6 +36,9 @@ void addCommonOptions(CLI::App& app, Where& where);
 
 /// Takes numbers such as 2.4G or 100k.
 CLI::Validator hertz();
+
+/// Only a number above 0, and a finite one.
+CLI::Validator aboveZero();
 
 /// Adds an option that takes one of several names.
 template <typename Value>
@@ -114,7 +118,7 @@ class TemporaryFile {
     std::string path_;
 };
 
-/// From now on Ctrl-C only asks the program to end, as does a reader of its output that goes away.
+/// From now on the first Ctrl-C only asks the program to end, as does a reader of its output that goes away.
 void catchInterrupts();
 bool interrupted();
 
@@ -136,12 +140,24 @@ class Progress {
     bool shown_ = false;
 };
 
+/// Waits a while, or until the program is asked to end.
+void pause(double seconds);
+
+/// Waits until the program is asked to end or the seconds are over, and sees whether the unit still answers.
+/// @param show  is called again and again with the part that is over, 0 to 1
+/// @throws std::runtime_error if the link is lost
+void keepRunning(const Group& group, double seconds, const std::function<void(double)>& show);
+
 /// Runs a program's body and says what it throws.
 /// @return the program's exit status
 template <typename Body>
 int run(const char* program, Body&& body) noexcept {
     try {
-        return body();
+        const int status = body();
+        std::cout.flush();
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
+            throw std::runtime_error("can't write to standard output");
+        return status;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s: %s\n", program, error.what());
         return somethingFailed;

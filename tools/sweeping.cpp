@@ -32,14 +32,15 @@ Trace emptyTrace(const Group& unit) {
     return trace;
 }
 
-void drawPicture(const Trace& trace, double refLevel, const std::string& title, const std::string& file) {
+void drawPicture(const Trace& trace, double refLevel, const std::string& title, const std::string& file,
+                 const std::string& units) {
     constexpr std::size_t pictureColumns = 1280;
     const TemporaryFile columns;
     std::ofstream stream(columns.path());
     writeColumns(stream, trace, pictureColumns);
     if (!stream.flush()) throw std::runtime_error("can't write " + columns.path());
     const std::string bandwidths = "RBW " + hertzText(trace.rbwHz, 4) + ", VBW " + hertzText(trace.vbwHz, 4);
-    runBeside({"hxr-plot", columns.path(), file, std::to_string(refLevel), title, bandwidths});
+    runBeside({"hxr-plot", columns.path(), file, std::to_string(refLevel), title, bandwidths, units});
 }
 
 }  // namespace tools

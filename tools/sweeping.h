@@ -27,6 +27,7 @@ Trace emptyTrace(const Group& unit);
 
 /// Draws a trace into a PNG file.
 /// @throws std::runtime_error
-void drawPicture(const Trace& trace, double refLevel, const std::string& title, const std::string& file);
+void drawPicture(const Trace& trace, double refLevel, const std::string& title, const std::string& file,
+                 const std::string& units = "dBm");
 
 }  // namespace tools

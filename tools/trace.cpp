@@ -74,7 +74,7 @@ std::vector<std::size_t> highestOfParts(std::span<const float> levels, std::size
 
 void writeColumns(std::ostream& out, const Trace& trace, std::size_t parts) {
     for (const std::size_t place : highestOfParts(trace.levels, parts)) {
-        out << format("%.3f %.3f\n", trace.frequency(static_cast<double>(place)),
+        out << format("%.3f %.6g\n", trace.frequency(static_cast<double>(place)),
                       static_cast<double>(trace.levels[place]));
     }
 }
@@ -91,7 +91,7 @@ void writeCsv(std::ostream& out, const Trace& trace, int sweeps) {
             << format(", %.0f, %.0f, %.6f, %d", trace.frequency(static_cast<double>(first)),
                       trace.frequency(static_cast<double>(end)), trace.binHz, sweeps);
         for (std::size_t i = first; i < end; ++i)
-            out << format(", %.2f", static_cast<double>(trace.levels[i]));
+            out << format(", %.6g", static_cast<double>(trace.levels[i]));
         out << '\n';
     }
     out.flush();  // who reads along sees whole sweeps
@@ -100,7 +100,12 @@ void writeCsv(std::ostream& out, const Trace& trace, int sweeps) {
 std::string drawSpectrum(const Trace& trace, double refLevel, std::size_t columns, std::size_t rows) {
     constexpr std::size_t scaleWidth = 8;
     constexpr double range = 100;
-    const auto places = highestOfParts(trace.levels, columns - scaleWidth);
+    auto places = highestOfParts(trace.levels, columns - scaleWidth);
+    if (const std::size_t points = places.size(); points > 0 && points < columns - scaleWidth) {
+        places.resize(columns - scaleWidth);  // fewer points than columns: each takes several
+        for (std::size_t column = 0; column < places.size(); ++column)
+            places[column] = column * points / places.size();
+    }
     const std::size_t height = rows - 2;
     std::string text;
     for (std::size_t row = 0; row < height; ++row) {

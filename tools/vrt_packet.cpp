@@ -37,6 +37,7 @@ std::optional<VrtPacket> parseVrt(std::span<const std::uint8_t> bytes) {
     if (bytes.size() < headWords * wordBytes) return std::nullopt;
     const std::uint32_t head = wordAt(bytes, 0);
     const unsigned type = head >> 28;
+    if (type == samples && bytes.size() == headWords * wordBytes) return std::nullopt;
     if ((type != samples && type != context) || (head & 0xFFFF) * wordBytes != bytes.size())
         return std::nullopt;
     return VrtPacket{.context = type == context,
@@ -82,8 +83,9 @@ void VrtStream::take(const VrtPacket& packet) {
     if (packets_ == 0 || time < lastTime_) {
         firstTime_ = time;
         samples_ = 0;
-    } else if (const unsigned missing = (packet.count - nextCount_) & 15; missing != 0) {
-        // The count tells them modulo 16, the time stamps all of them.
+    } else {
+        // The count tells those that are missing modulo 16, the time stamps all of them once the rate is known.
+        const std::int64_t missing = (packet.count - nextCount_) & 15;
         const double samplesEach = static_cast<double>(packet.payload.size()) / wordBytes;
         const double rate = context_ ? context_->rateHz : 0;
         const double between =
