@@ -114,7 +114,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--output", arguments.output,
                    "file for the trace: frequency in Hz and level, a point a line");
     app.add_option("--columns", arguments.columns,
-                   "write the highest of each of so many parts to that file in place of all points");
+                   "write the highest of each of so many parts to that file in place of all points")
+        ->check(CLI::PositiveNumber);
     app.add_option("--png", arguments.picture, "picture of the trace, drawn by gnuplot");
     app.add_option("--title", arguments.title, "what stands above the picture");
 }
@@ -204,6 +205,8 @@ std::vector<Line> linesOf(const Trace& trace, const Arguments& arguments) {
 std::vector<Line> markersOf(const Trace& trace, const Arguments& arguments) {
     std::vector<Line> markers;
     for (const double hz : arguments.markers) {
+        if (hz < trace.startHz - trace.binHz || hz > trace.stopHz() + trace.binHz)
+            throw std::runtime_error("the marker at " + hertzText(hz) + " lies outside of the sweep");
         const std::size_t point = trace.pointAt(hz);
         markers.push_back({trace.frequency(static_cast<double>(point)), trace.levels[point]});
     }

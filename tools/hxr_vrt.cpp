@@ -43,6 +43,7 @@ struct ReceiveArguments {
     std::string address = "0.0.0.0";
     std::vector<std::uint16_t> ports{4991};
     double seconds = std::numeric_limits<double>::infinity();
+    std::int64_t packets = std::numeric_limits<std::int64_t>::max();  ///< of each stream, at least one a port
     bool littleEndian = false, json = false;
 };
 
@@ -255,7 +256,12 @@ int receive(const ReceiveArguments& arguments) {
     {
         tools::Progress progress;
         const auto begin = Clock::now();
-        while (!tools::interrupted() &&
+        const auto enough = [&] {
+            return streams.size() >= sockets.size() && std::ranges::all_of(streams, [&](const auto& one) {
+                       return one.second.packets() >= arguments.packets;
+                   });
+        };
+        while (!tools::interrupted() && !enough() &&
                std::chrono::duration<double>(Clock::now() - begin).count() < arguments.seconds) {
             constexpr int milliseconds = 100;
             if (::poll(waiting.data(), waiting.size(), milliseconds) > 0) {
@@ -334,6 +340,9 @@ int main(int argc, char** argv) {
             ->allow_extra_args(false)
             ->check(CLI::Range(1, 65535))
             ->capture_default_str();
+        receiving
+            ->add_option("--packets", received.packets, "end when each stream has brought so many of samples")
+            ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 62));
         receiving->add_flag("--little-endian", received.littleEndian, "samples have their low byte first");
         receiving->add_option("--time", received.seconds, "seconds")->check(tools::aboveZero());
         receiving->add_flag("--json", received.json, "in a form for programs");

@@ -103,7 +103,8 @@ void addCommonOptions(CLI::App& app, Where& where) {
 }
 
 CLI::Validator hertz() {
-    const std::map<std::string, double> thousands{{"k", 1e3}, {"M", 1e6}, {"G", 1e9}};
+    const std::map<std::string, double> thousands{{"k", 1e3},   {"M", 1e6},   {"G", 1e9},  {"Hz", 1},
+                                                  {"kHz", 1e3}, {"MHz", 1e6}, {"GHz", 1e9}};
     return CLI::AsNumberWithUnit(thousands, CLI::AsNumberWithUnit::CASE_SENSITIVE, "Hz").description("k M G");
 }
 
