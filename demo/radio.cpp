@@ -180,7 +180,7 @@ void writeSpectra(const Stream& stream, const std::string& folder) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    if (argc < 5) throw std::runtime_error("four arguments");
+    if (argc < 5) throw std::runtime_error("usage: radio HOST_ADDRESS UNIT_ADDRESS PORT FOLDER");
     const int unit = openUnits(argc, argv, 1);
     setUp(unit);
     const Stream stream = receive(unit);

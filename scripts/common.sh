@@ -27,4 +27,4 @@ build() {
 }
 
 compiler=(build-essential cmake ninja-build pkg-config libusb-1.0-0-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libcli11-dev libfftw3-dev tshark libumockdev-dev umockdev python3 gnuplot-nox)
+test_packages=(libgtest-dev libcli11-dev libfftw3-dev tshark libumockdev-dev umockdev python3 gnuplot-nox procps)

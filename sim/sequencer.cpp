@@ -130,12 +130,14 @@ struct Sequencer::Execution {
     /// A route names the one input that captures take by its number plus 4.
     void checkCapturedInput() {
         const unsigned named = state.route >> 4 & 7;
-        unsigned taken = 0;
+        unsigned taken = 0, inputs = 0;
         for (unsigned channel = 0; channel < channelCount; ++channel) {
             const CaptureInput input = captureInput(state.inputSelect, channel);
-            if (input.low || input.high || input.fullBand) taken = channel + 4;
+            if (!input.low && !input.high && !input.fullBand) continue;
+            taken = channel + 4;
+            ++inputs;
         }
-        if (taken != named) note("capture of another input than its route leads");
+        if (inputs != 1 || taken != named) note("capture of another input than its route leads");
     }
 
     void operator()(const InputSelect& select) { state.inputSelect = select.inputs; }

@@ -81,7 +81,10 @@ int main(int argc, char** argv) {
         bool counter = false;
         tools::addCommonOptions(app, where);
         tools::addStreamOptions(app, options);
-        app.add_option("--time", duration, "seconds")->check(tools::aboveZero())->capture_default_str();
+        app.add_option("--time", duration, "seconds")
+            ->check(tools::aboveZero())
+            ->check(CLI::Range(0.1, 1e6))
+            ->capture_default_str();
         app.add_flag(
             "--counter", counter,
             "look at every sample too, of a unit that counts them: hxr-sim --counter; up to decimation 4");

@@ -188,6 +188,7 @@ int main(int argc, char** argv) {
         tools::addStreamOptions(app, arguments.stream);
         app.add_option("--time", arguments.seconds, "seconds")
             ->check(tools::aboveZero())
+            ->check(CLI::Range(1e-6, 1e6))
             ->capture_default_str();
         app.add_option("--output", arguments.output,
                        "name of the files; the channel's number is added if there are several")

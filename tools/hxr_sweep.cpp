@@ -270,7 +270,8 @@ int main(int argc, char** argv) {
         if (arguments.json && arguments.printsCsv())
             throw std::runtime_error("--json and --csv - both want standard output");
         for (const std::string& path : {arguments.output, arguments.picture})
-            if (!path.empty()) Output(path).check();  // before anything takes its time
+            if (!path.empty() && !std::ofstream(path, std::ios::app))  // before anything takes its time
+                throw std::runtime_error("can't write " + path);
         tools::catchInterrupts();
         const tools::Simulation simulation(arguments.where);
         const tools::Group unit(arguments.where);

@@ -16,6 +16,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -126,9 +127,9 @@ std::vector<Destination> destinationsFor(const SendArguments& arguments) {
 
 int send(const SendArguments& given) {
     SendArguments arguments = given;
-    auto& channels = arguments.stream.channels;
-    std::ranges::sort(channels);
-    channels.erase(std::unique(channels.begin(), channels.end()), channels.end());
+    if (std::set(arguments.stream.channels.begin(), arguments.stream.channels.end()).size() <
+        arguments.stream.channels.size())
+        throw std::runtime_error("a channel has one destination, and is named once");
     const auto destinations = destinationsFor(arguments);
     tools::catchInterrupts();
     const tools::Simulation simulation(arguments.where);

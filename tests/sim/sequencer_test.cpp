@@ -71,6 +71,7 @@ TEST_F(SequencerTest, CountsEveryBrokenRuleOnce) {
         {"input selection", {0x13001000}},
         {"empty capture", {0x0F003040, 0x13000001, 0x12000000}},
         {"capture without an input", {0x0F003040, 0x13000000, 0x12000001}},
+        {"capture of two inputs", {0x0F003070, 0x13000801, 0x12000001}},
         {"capture of another input", {0x0F003050, 0x13000800, 0x12000001}},
         {"latch position", {0x1D000003}},
         {"latch without a read", {0x1D000000}},
