@@ -5,16 +5,18 @@
 #include "sweep/sweep_engine.h"
 
 using hxr::HXRDevice;
+using hxr::InterfaceLock;
 using hxr::api::deviceEntry;
 using hxr::api::give;
 
 HXRStatus hxrInitiate(int handle) {
-    return deviceEntry(handle, [](HXRDevice& device) { return hxr::initiate(device); });
+    return deviceEntry(handle,
+                       [](HXRDevice& device, InterfaceLock& lock) { return hxr::initiate(device, lock); });
 }
 
 HXRStatus hxrAbort(int handle) {
-    return deviceEntry(handle, [](HXRDevice& device) {
-        return hxr::abort(device, device.disableLOOnAbort ? hxr::IdleLo::off : hxr::IdleLo::keep);
+    return deviceEntry(handle, [](HXRDevice& device, InterfaceLock& lock) {
+        return hxr::abort(device, device.disableLOOnAbort ? hxr::IdleLo::off : hxr::IdleLo::keep, lock);
     });
 }
 
@@ -34,14 +36,15 @@ HXRStatus hxrSweepGetParameters(int handle, double* actualRBW, double* actualVBW
 
 HXRStatus hxrSweepStart(int handle) {
     return deviceEntry(handle, [](HXRDevice& device) {
-        if (!device.initiated || !device.sweepEngine) return hxrInvalidConfigurationErr;
+        if (!device.sweepEngine) return hxrInvalidConfigurationErr;
         return device.sweepEngine->start();
     });
 }
 
 HXRStatus hxrSweepFinish(int handle, float* sweep) {
-    return deviceEntry(handle, [&](HXRDevice& device) {
-        return device.sweepEngine ? device.sweepEngine->finish(sweep) : hxrSweepNotStartedErr;
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        const std::shared_ptr<hxr::SweepEngine> engine = device.sweepEngine;  // an abort may end it meanwhile
+        return engine ? engine->finish(sweep, lock) : hxrSweepNotStartedErr;
     });
 }
 

@@ -23,10 +23,10 @@ std::optional<ResponseTaps> tapsFrom(const float* pairs) {
 /// @param taps  gives the filter; the caller's isn't read before handle and pointer have been checked
 template <typename Taps>
 HXRStatus capture(int handle, hxr::FullBandRequest request, float* iq, Taps&& taps) {
-    return hxr::api::deviceEntry(handle, [&](HXRDevice& device) {
+    return hxr::api::deviceEntry(handle, [&](HXRDevice& device, hxr::InterfaceLock& lock) {
         if (iq == nullptr) return hxrNullPointerErr;
         request.tuning.taps = taps();
-        return hxr::captureFullBand(device, request, iq);
+        return hxr::captureFullBand(device, request, iq, lock);
     });
 }
 

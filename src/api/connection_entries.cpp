@@ -9,12 +9,16 @@ using hxr::api::deviceTable;
 using hxr::api::readEntry;
 
 HXRStatus hxrConnectDevice(int* handle, const char* hostAddr, const char* deviceAddr, uint16_t port) {
-    return hxr::api::entry([&] { return deviceTable().connect(handle, hostAddr, deviceAddr, port); });
+    return hxr::api::entry([&] {
+        hxr::InterfaceLock lock = deviceTable().lock();
+        return deviceTable().connect(handle, hostAddr, deviceAddr, port, lock);
+    });
 }
 
 HXRStatus hxrPairDevice(int handle, const char* hostAddr, const char* deviceAddr, uint16_t port) {
-    return deviceEntry(
-        handle, [&](HXRDevice& master) { return deviceTable().pair(master, hostAddr, deviceAddr, port); });
+    return deviceEntry(handle, [&](HXRDevice& master, hxr::InterfaceLock& lock) {
+        return deviceTable().pair(master, hostAddr, deviceAddr, port, lock);
+    });
 }
 
 HXRStatus hxrGetPairedDevices(int handle, int* count) {
@@ -22,7 +26,9 @@ HXRStatus hxrGetPairedDevices(int handle, int* count) {
 }
 
 HXRStatus hxrCloseDevice(int handle) {
-    return deviceEntry(handle, [](HXRDevice& device) { return deviceTable().close(device); });
+    return deviceEntry(handle, [](HXRDevice& device, hxr::InterfaceLock& lock) {
+        return deviceTable().close(device, lock);
+    });
 }
 
 HXRStatus hxrGetSerialNumber(int handle, int* serial) {

@@ -11,14 +11,14 @@ using hxr::api::readEntry;
 
 HXRStatus hxrAdminSetCorrectionMode(int handle, bool manual) {
     return deviceEntry(handle, [&](HXRDevice& device) {
-        device.corrections->manualTemp = manual;
+        device.overrides.manualTemp = manual;
         return hxrNoError;
     });
 }
 
 HXRStatus hxrAdminSetCorrectionIndex(int handle, int index) {
     return deviceEntry(handle, [&](HXRDevice& device) {
-        return hxr::storeWithin(hxr::temperatureIndexLimits, index, device.corrections->manualTempIndex);
+        return hxr::storeWithin(hxr::temperatureIndexLimits, index, device.overrides.manualTempIndex);
     });
 }
 
@@ -37,10 +37,9 @@ HXRStatus hxrAdminHasChamberCorrections(int handle, bool* has) {
 
 HXRStatus hxrAdminSetLOFT(int handle, int i, int q) {
     return deviceEntry(handle, [&](HXRDevice& device) {
-        hxr::CorrectionState& corrections = *device.corrections;
-        corrections.loftOverride = true;
-        corrections.loftOverrideI = i;
-        corrections.loftOverrideQ = q;
+        device.overrides.loftOverride = true;
+        device.overrides.loftOverrideI = i;
+        device.overrides.loftOverrideQ = q;
         return hxrNoError;
     });
 }
@@ -48,6 +47,9 @@ HXRStatus hxrAdminSetLOFT(int handle, int i, int q) {
 HXRStatus hxrAdminManualLoadCorrections(int handle, const HXRCalData* data) {
     return deviceEntry(handle, [&](HXRDevice& device) {
         if (data == nullptr) return hxrNullPointerErr;
+        // Plans and status readers use the image while they own the control endpoint.
+        const hxr::ControlClaim control = device.link->claimControl(hxr::EndpointOwner::entry);
+        if (!control) return hxrInvalidConfigurationErr;
         hxr::cal::copyChamberSection(*data, *device.corrections->image);
         return hxrNoError;
     });

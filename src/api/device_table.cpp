@@ -1,7 +1,10 @@
 #include "api/device_table.h"
 
 #include <algorithm>
+#include <new>
+#include <system_error>
 
+#include "device/group_access.h"
 #include "device/initiate.h"
 #include "dsp/instruction_set.h"
 #include "link/win_udp_interface.h"
@@ -19,14 +22,17 @@ Environment::Environment()
 
 HXRDevice* DeviceTable::find(int handle) const {
     const auto slot = static_cast<unsigned>(handle);
-    return slot < devices_.size() ? devices_[slot].get() : nullptr;
+    return slot < slots_.size() ? slots_[slot].device.get() : nullptr;
 }
 
-/// The slot that holds `device`, null for an empty one.
-std::unique_ptr<HXRDevice>* DeviceTable::slotOf(const HXRDevice* device) {
-    const auto found = std::find_if(devices_.begin(), devices_.end(),
-                                    [&](const auto& slot) { return slot.get() == device; });
-    return found == devices_.end() ? nullptr : &*found;
+/// The lowest slot that is not taken, null if all are.
+DeviceTable::Slot* DeviceTable::emptySlot() {
+    const auto found = std::ranges::find(slots_, false, &Slot::taken);
+    return found == slots_.end() ? nullptr : &*found;
+}
+
+DeviceTable::Slot& DeviceTable::slotOf(const HXRDevice& device) {
+    return *std::ranges::find_if(slots_, [&](const Slot& slot) { return slot.device.get() == &device; });
 }
 
 /// What is done once in a process: the signal operations choose the best that its processor has.
@@ -36,60 +42,109 @@ void DeviceTable::initialiseOnce() {
     initialised_ = true;
 }
 
+/// Attaches and opens a unit for a slot, which is taken from now on unless this fails.
+HXRStatus DeviceTable::openUnit(Slot& slot, const char* hostAddr, const char* deviceAddr, std::uint16_t port,
+                                OpenAs as, InterfaceLock& lock, std::unique_ptr<HXRDevice>& opened) {
+    const Environment environment = environment_;
+    slot.taken = true;
+    HXRStatus result = hxrNoError;
+    try {
+        const Unlocked traffic(lock);
+        platform::Clock& clock = *environment.clock;
+        auto link = std::make_unique<DeviceInterface>(
+            environment.makeEndpoint(clock), environment.makeEndpoint(clock), environment.calFolder, clock);
+        result = link->attach(link->claimControl(EndpointOwner::lifecycle), hostAddr, deviceAddr, port);
+        if (result == hxrNoError) {
+            auto device = std::make_unique<HXRDevice>(std::move(link), clock);
+            result = open(*device, as);
+            if (result == hxrNoError) opened = std::move(device);
+        }
+    } catch (const std::bad_alloc&) {
+        result = hxrMemoryAllocationErr;
+    } catch (const std::system_error&) {
+        result = hxrMemoryAllocationErr;  // no thread to be had
+    }
+    slot.taken = opened != nullptr;
+    return opened && opened->link->calChecksumFailed() ? hxrCalChecksumFailed : result;
+}
+
 HXRStatus DeviceTable::connect(int* handle, const char* hostAddr, const char* deviceAddr, std::uint16_t port,
-                               OpenAs as) {
+                               InterfaceLock& lock) {
     if (handle == nullptr || hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
     initialiseOnce();
-    std::unique_ptr<HXRDevice>* const slot = slotOf(nullptr);
+    Slot* const slot = emptySlot();
     if (slot == nullptr) return hxrMaxDevicesConnectedErr;
 
-    platform::Clock& clock = *environment_.clock;
-    auto link = std::make_unique<DeviceInterface>(
-        environment_.makeEndpoint(clock), environment_.makeEndpoint(clock), environment_.calFolder, clock);
-    if (const HXRStatus failed = link->attach(hostAddr, deviceAddr, port); failed != hxrNoError)
-        return failed;
-
-    auto device = std::make_unique<HXRDevice>(std::move(link), clock);
-    if (const HXRStatus failed = open(*device, as); failed != hxrNoError) return failed;
-
-    const bool checksumFailed = device->link->calChecksumFailed();
-    *slot = std::move(device);
-    *handle = static_cast<int>(slot - devices_.data());
-    return checksumFailed ? hxrCalChecksumFailed : hxrNoError;
+    std::unique_ptr<HXRDevice> unit;
+    const HXRStatus result = openUnit(*slot, hostAddr, deviceAddr, port, OpenAs::singleUnit, lock, unit);
+    if (!unit) return result;
+    slot->device = std::move(unit);
+    *handle = static_cast<int>(slot - slots_.data());
+    return result;
 }
 
 HXRStatus DeviceTable::pair(HXRDevice& master, const char* hostAddr, const char* deviceAddr,
-                            std::uint16_t port) {
+                            std::uint16_t port, InterfaceLock& lock) {
     if (hostAddr == nullptr || deviceAddr == nullptr) return hxrNullPointerErr;
+    initialiseOnce();
+    const ControlClaim masterStays = master.link->claimControl(EndpointOwner::entry);
+    if (!masterStays) return hxrInvalidConfigurationErr;
+    Slot* const slot = emptySlot();
+    const auto groupIsFull = [&] { return master.slaves.size() == mostSlaves; };
     // With the table full there is no slot to open the unit in before it is refused; so it is for a full group, which
     // fills the table, and for a slave.
-    const bool groupIsFull = master.slaves.size() == mostSlaves;
-    if ((groupIsFull || master.isSlave) && slotOf(nullptr) == nullptr) return hxrMultiReceiverErr;
+    if (slot == nullptr)
+        return groupIsFull() || master.isSlave() ? hxrMultiReceiverErr : hxrMaxDevicesConnectedErr;
     master.slaves.reserve(mostSlaves);
 
-    int handle = -1;
-    const HXRStatus connected = connect(&handle, hostAddr, deviceAddr, port, OpenAs::pairedUnit);
-    if (connected < 0) return connected;
+    std::unique_ptr<HXRDevice> unit;
+    const HXRStatus result = openUnit(*slot, hostAddr, deviceAddr, port, OpenAs::pairedUnit, lock, unit);
+    if (!unit) return result;
 
-    HXRDevice& unit = *find(handle);
-    const auto refuse = [&](HXRStatus reason) {
-        close(unit);
-        return reason;
-    };
-    if (master.isSlave || unit.isSlave) return refuse(hxrMultiReceiverErr);
-    if (master.initiated || unit.initiated) return refuse(hxrInvalidConfigurationErr);
-
-    master.slaves.push_back(&unit);
-    unit.isSlave = true;
+    const HXRStatus refused = master.isSlave()      ? hxrMultiReceiverErr
+                              : isInitiated(master) ? hxrInvalidConfigurationErr
+                              : groupIsFull()       ? hxrMultiReceiverErr
+                                                    : hxrNoError;
+    if (refused != hxrNoError) {
+        {
+            const Unlocked traffic(lock);
+            unit.reset();
+        }
+        slot->taken = false;
+        return refused;
+    }
+    unit->master = &master;
+    master.slaves.push_back(unit.get());
+    slot->device = std::move(unit);
     master.channelCount = words::channelsPerUnit * static_cast<int>(1 + master.slaves.size());
-    return connected;
+    return result;
 }
 
-HXRStatus DeviceTable::close(HXRDevice& device) {
-    if (device.isSlave) return hxrMultiReceiverErr;
-    abort(device, IdleLo::off);
-    for (const HXRDevice* slave : device.slaves) slotOf(slave)->reset();
-    slotOf(&device)->reset();
+HXRStatus DeviceTable::close(HXRDevice& device, InterfaceLock& lock) {
+    if (device.isSlave()) return hxrMultiReceiverErr;
+    // A slave can have been initiated by itself.
+    for (HXRDevice* unit : groupUnits(device)) {
+        if (unit != &device && abort(*unit, IdleLo::off, lock) == hxrInvalidConfigurationErr)
+            return hxrInvalidConfigurationErr;
+    }
+    if (abort(device, IdleLo::off, lock) == hxrInvalidConfigurationErr || !GroupTakeover(device))
+        return hxrInvalidConfigurationErr;
+
+    // From here on nobody finds the units. Their slots stay taken until their sockets are closed.
+    const GroupUnits group = groupUnits(device);
+    std::array<Slot*, mostUnits> slots{};
+    std::array<std::unique_ptr<HXRDevice>, mostUnits> units;
+    for (std::size_t u = 0; u < group.size(); ++u) {
+        slots[u] = &slotOf(group[u]);
+        units[u] = std::move(slots[u]->device);
+        units[u]->master = nullptr;
+    }
+    device.slaves.clear();
+    {
+        const Unlocked traffic(lock);
+        for (std::size_t u = units.size(); u-- > 0;) units[u].reset();
+    }
+    for (std::size_t u = 0; u < group.size(); ++u) slots[u]->taken = false;
     return hxrNoError;
 }
 

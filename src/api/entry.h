@@ -1,4 +1,4 @@
-/// What all exported entries share: the handle check, and the wall that no exception passes.
+/// What all exported entries share: the interface lock, the handle check, and the wall that no exception passes.
 #pragma once
 
 #include <type_traits>
@@ -18,12 +18,31 @@ HXRStatus entry(Body&& body) noexcept {
     }
 }
 
-/// Runs the body of an entry with the unit of a handle.
+/// Runs the body of an entry with the unit of a handle, under the interface lock. A body that waits for the unit takes the
+/// lock as its second argument and gives it back meanwhile.
 template <typename Body>
 HXRStatus deviceEntry(int handle, Body&& body) noexcept {
     return entry([&] {
+        InterfaceLock lock = deviceTable().lock();
         HXRDevice* const device = deviceTable().find(handle);
-        return device == nullptr ? hxrInvalidDeviceErr : body(*device);
+        if (device == nullptr) return hxrInvalidDeviceErr;
+        if constexpr (std::is_invocable_v<Body, HXRDevice&, InterfaceLock&>) {
+            return body(*device, lock);
+        } else {
+            return body(*device);
+        }
+    });
+}
+
+/// As `deviceEntry`, for a body that sends to the unit: it gets the claim of the control endpoint and runs without the
+/// interface lock. `hxrInvalidConfigurationErr` if somebody owns the endpoint.
+template <typename Body>
+HXRStatus controlEntry(int handle, Body&& body) noexcept {
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        const ControlClaim control = device.link->claimControl(EndpointOwner::entry);
+        if (!control) return hxrInvalidConfigurationErr;
+        const Unlocked traffic(lock);
+        return body(device, control);
     });
 }
 

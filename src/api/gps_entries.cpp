@@ -5,12 +5,14 @@
 #include "device/timebase.h"
 
 using hxr::HXRDevice;
+using hxr::InterfaceLock;
 using hxr::api::deviceEntry;
 using hxr::api::give;
 using hxr::api::readEntry;
 
 HXRStatus hxrSetReference(int handle, unsigned ref) {
-    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setReference(device, ref); });
+    return deviceEntry(
+        handle, [&](HXRDevice& device, InterfaceLock& lock) { return hxr::setReference(device, ref, lock); });
 }
 
 HXRStatus hxrGetReference(int handle, unsigned* ref) {
@@ -18,7 +20,9 @@ HXRStatus hxrGetReference(int handle, unsigned* ref) {
 }
 
 HXRStatus hxrSetGPSTimebaseUpdate(int handle, unsigned on) {
-    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setGpsTimebaseUpdate(device, on); });
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        return hxr::setGpsTimebaseUpdate(device, on, lock);
+    });
 }
 
 HXRStatus hxrGetGPSTimebaseUpdate(int handle, unsigned* on) {
@@ -36,16 +40,16 @@ HXRStatus hxrGetGPSHoldoverInfo(int handle, int* usingHoldover, uint64_t* lastTi
 }
 
 HXRStatus hxrGetGPSState(int handle, int* state) {
-    return deviceEntry(handle, [&](HXRDevice& device) {
-        return state == nullptr ? hxrNullPointerErr : hxr::readGpsState(device, *state);
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        return state == nullptr ? hxrNullPointerErr : hxr::readGpsState(device, *state, lock);
     });
 }
 
 HXRStatus hxrGetGPSInfo(int handle, int refresh, int* updated, uint64_t* seconds, double* latitude,
                         double* longitude, double* altitude) {
-    return deviceEntry(handle, [&](HXRDevice& device) {
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
         hxr::GpsInfo info{};
-        const HXRStatus status = hxr::readGpsInfo(device, refresh == 1, info);
+        const HXRStatus status = hxr::readGpsInfo(device, refresh == 1, info, lock);
         give(updated, info.updated ? 1 : 0);
         give(seconds, info.seconds);
         give(latitude, info.latitude);
@@ -56,5 +60,7 @@ HXRStatus hxrGetGPSInfo(int handle, int refresh, int* updated, uint64_t* seconds
 }
 
 HXRStatus hxrWriteMessageToGPS(int handle, uint32_t key, uint64_t value, int size) {
-    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::writeToGps(device, key, value, size); });
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        return hxr::writeToGps(device, key, value, size, lock);
+    });
 }

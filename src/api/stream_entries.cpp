@@ -8,6 +8,7 @@
 #include "stream/stream_engine.h"
 
 using hxr::HXRDevice;
+using hxr::InterfaceLock;
 using hxr::api::deviceEntry;
 using hxr::api::give;
 
@@ -44,18 +45,21 @@ HXRStatus hxrSetStreamTriggerEdge(int handle, unsigned edge) {
 }
 
 HXRStatus hxrSetStreamMode(int handle, unsigned mode) {
-    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setStreamMode(device, mode); });
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        return hxr::setStreamMode(device, mode, lock);
+    });
 }
 
 HXRStatus hxrSetStreamLocalAddr(int handle, int unit, uint16_t port) {
-    return deviceEntry(handle,
-                       [&](HXRDevice& device) { return hxr::setStreamLocalAddr(device, unit, port); });
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        return hxr::setStreamLocalAddr(device, unit, port, lock);
+    });
 }
 
 HXRStatus hxrSetStreamVrtAddr(int handle, int channel, const char* address, uint16_t port, uint64_t mac) {
-    return deviceEntry(handle, [&](HXRDevice& device) {
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
         if (address == nullptr) return hxrNullPointerErr;
-        return hxr::setStreamVrtAddr(device, channel, address, port, mac);
+        return hxr::setStreamVrtAddr(device, channel, address, port, mac, lock);
     });
 }
 
@@ -87,23 +91,26 @@ HXRStatus hxrStreamParameters(int handle, int* channelCount, double* sampleRate,
 
 HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t* nanoseconds, int purge,
                         int* sampleLoss, int* samplesRemaining, double* triggers, int triggerBufSize) {
-    return deviceEntry(handle, [&](HXRDevice& device) {
-        if (!device.initiated || !device.streamEngine) return hxrInvalidConfigurationErr;
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        const std::shared_ptr<hxr::StreamEngine> engine =
+            device.streamEngine;  // an abort may stop it meanwhile
+        if (!engine) return hxrInvalidConfigurationErr;
         if (count < 0 || triggerBufSize < 0) return hxrInvalidParameterErr;
-        const int channels = device.streamEngine->parameters().channelCount;
+        const int channels = engine->parameters().channelCount;
         const bool hasBuffers =
             buffers != nullptr &&
             std::none_of(buffers, buffers + channels, [](void* buffer) { return buffer == nullptr; });
         if ((count > 0 && !hasBuffers) || (triggerBufSize > 0 && triggers == nullptr))
             return hxrNullPointerErr;
-        return device.streamEngine->receive({.buffers = buffers,
-                                             .count = count,
-                                             .nanoseconds = nanoseconds,
-                                             .purge = purge == 1,
-                                             .sampleLoss = sampleLoss,
-                                             .samplesRemaining = samplesRemaining,
-                                             .triggers = triggers,
-                                             .triggerRoom = triggerBufSize});
+        const hxr::Unlocked waiting(lock);
+        return engine->receive({.buffers = buffers,
+                                .count = count,
+                                .nanoseconds = nanoseconds,
+                                .purge = purge == 1,
+                                .sampleLoss = sampleLoss,
+                                .samplesRemaining = samplesRemaining,
+                                .triggers = triggers,
+                                .triggerRoom = triggerBufSize});
     });
 }
 

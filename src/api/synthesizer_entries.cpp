@@ -9,7 +9,10 @@
 #include "device/timebase.h"
 #include "rf/band_plan.h"
 
+using hxr::ControlClaim;
 using hxr::HXRDevice;
+using hxr::InterfaceLock;
+using hxr::api::controlEntry;
 using hxr::api::deviceEntry;
 using hxr::api::readEntry;
 
@@ -20,9 +23,9 @@ std::atomic<bool> loCalMode = false;
 }  // namespace
 
 HXRStatus hxrAdminGetLOLockFlags(int handle, int* first, int* second) {
-    return deviceEntry(handle, [&](HXRDevice& device) {
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
         hxr::LockFlags flags{};
-        const HXRStatus status = hxr::readLockFlags(device, flags);
+        const HXRStatus status = hxr::readLockFlags(device, flags, lock);
         if (first != nullptr) std::ranges::copy(flags.first, first);
         if (second != nullptr) std::ranges::copy(flags.second, second);
         return status;
@@ -35,29 +38,40 @@ HXRStatus hxrAdminGetCoarseTuneVal(int handle, uint16_t* value) {
 }
 
 HXRStatus hxrAdminSetCoarseTuneVal(int handle, uint16_t value) {
-    return deviceEntry(handle, [&](HXRDevice& device) { return hxr::setCoarseTune(device, value); });
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        return hxr::setCoarseTune(device, value, lock);
+    });
 }
 
 HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh) {
-    return deviceEntry(handle,
-                       [&](HXRDevice& device) { return hxr::initFullBandLos(device, initShared, initHigh); });
+    return controlEntry(handle, [&](HXRDevice& device, const ControlClaim& control) {
+        return hxr::initFullBandLos(device, control, initShared, initHigh);
+    });
 }
 
 HXRStatus hxrAdminReInitChans(int handle) {
-    return deviceEntry(handle, [](HXRDevice& device) { return hxr::reInitChannels(device); });
+    return controlEntry(handle, [](HXRDevice& device, const ControlClaim& control) {
+        return hxr::reInitChannels(device, control);
+    });
 }
 
 HXRStatus hxrAdminConfigureForCBBReadback(int handle) {
-    return deviceEntry(handle, [](HXRDevice& device) { return hxr::configureForReadback(device); });
+    return controlEntry(handle, [](HXRDevice& device, const ControlClaim& control) {
+        return hxr::configureForReadback(device, control);
+    });
 }
 
 HXRStatus hxrAdminCBBReadback(int handle, bool shared, bool low, int channel, int index, unsigned char& a,
                               unsigned char& b, unsigned char& c) {
     using Kind = hxr::Synthesizer::Kind;
-    return deviceEntry(handle, [&](HXRDevice& device) {
+    const hxr::Synthesizer synthesizer{shared ? Kind::shared : low ? Kind::low : Kind::high, channel};
+    return deviceEntry(handle, [&](HXRDevice& device, InterfaceLock& lock) {
+        if (!hxr::canReadBack(synthesizer, index)) return hxrInvalidParameterErr;
+        const ControlClaim control = device.link->claimControl(hxr::EndpointOwner::entry);
+        if (!control) return hxrInvalidConfigurationErr;
+        const hxr::Unlocked traffic(lock);
         std::array<std::uint8_t, 3> setting{a, b, c};
-        const Kind kind = shared ? Kind::shared : low ? Kind::low : Kind::high;
-        const HXRStatus status = hxr::readBackVco(device, {kind, channel}, index, setting);
+        const HXRStatus status = hxr::readBackVco(device, control, synthesizer, index, setting);
         a = setting[0];
         b = setting[1];
         c = setting[2];

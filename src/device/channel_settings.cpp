@@ -21,7 +21,7 @@ bool isShared(const ChannelSettings& settings, std::size_t channel) {
 }
 
 HXRStatus setChannelConfig(HXRDevice& device, std::span<const int> enabled, int focus) {
-    if (device.initiated) return hxrInvalidConfigurationErr;
+    if (isInitiated(device)) return hxrInvalidConfigurationErr;
     device.sweepActive = device.streamActive = false;
     device.focusChannel = -1;
     for (std::size_t c = 0; c < enabled.size(); ++c) {

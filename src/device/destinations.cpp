@@ -4,24 +4,24 @@
 
 namespace hxr {
 
-HXRStatus pushLocalDestinations(HXRDevice& device) {
+HXRStatus pushLocalDestinations(HXRDevice& device, const ControlClaim& control) {
     DeviceInterface& link = *device.link;
     StatusRecord record;  // tells the hardware address that the unit answers to: this host's
-    if (!link.readStatus(&record)) return link.lastStatus();
+    if (!link.readStatus(control, &record)) return link.lastStatus();
 
-    const std::string host = link.control().localAddress();
-    const std::string unit = link.control().remoteAddress();
+    const std::string host = link.control()->localAddress();
+    const std::string unit = link.control()->remoteAddress();
     CommandList list;
     list.beginPacket();
     for (int slot = 0; slot < words::channelsPerUnit; ++slot)
         appendStreamDestination(list, slot, host.c_str(), unit.c_str(), device.streamPort,
                                 record.peerAddress());
-    return link.sendList(list) ? hxrNoError : link.lastStatus();
+    return link.sendList(control, list) ? hxrNoError : link.lastStatus();
 }
 
-HXRStatus pushVrtDestinations(HXRDevice& device) {
+HXRStatus pushVrtDestinations(HXRDevice& device, const ControlClaim& control) {
     DeviceInterface& link = *device.link;
-    const std::string unit = link.control().remoteAddress();
+    const std::string unit = link.control()->remoteAddress();
     CommandList list;
     list.beginPacket();
     for (int input = 0; input < words::channelsPerUnit; ++input) {
@@ -29,7 +29,7 @@ HXRStatus pushVrtDestinations(HXRDevice& device) {
         appendStreamDestination(list, input, device.vrtDestAddress[i].c_str(), unit.c_str(),
                                 device.vrtDestPort[i], device.vrtDestMAC[i]);
     }
-    return link.sendList(list) ? hxrNoError : link.lastStatus();
+    return link.sendList(control, list) ? hxrNoError : link.lastStatus();
 }
 
 }  // namespace hxr

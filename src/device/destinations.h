@@ -8,10 +8,10 @@ namespace hxr {
 
 /// Points all four slots of a unit at this host.
 /// @return the link's status
-HXRStatus pushLocalDestinations(HXRDevice& device);
+HXRStatus pushLocalDestinations(HXRDevice& device, const ControlClaim& control);
 
 /// Points the slots of a unit at the VRT destinations of its four inputs, enabled or not.
 /// @return the link's status
-HXRStatus pushVrtDestinations(HXRDevice& device);
+HXRStatus pushVrtDestinations(HXRDevice& device, const ControlClaim& control);
 
 }  // namespace hxr

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "device/group_access.h"
 #include "device/setting_limits.h"
 #include "link/words.h"
 #include "rf/rest_words.h"
@@ -11,15 +12,15 @@ namespace {
 
 /// Whether the fan may be set through this unit: it is the master of an idle group.
 HXRStatus fanAccess(const HXRDevice& device) {
-    if (device.isSlave) return hxrMultiReceiverErr;
-    if (device.initiated) return hxrInvalidConfigurationErr;
+    if (device.isSlave()) return hxrMultiReceiverErr;
+    if (isInitiated(device)) return hxrInvalidConfigurationErr;
     return hxrNoError;
 }
 
-HXRStatus pushFan(HXRDevice& device) {
-    const CommandList list = singlePacket({fanWord(device.fanSetPoint, device.fanEnabled)});
-    for (HXRDevice* unit : groupUnits(device)) {
-        if (!unit->link->sendList(list)) return unit->link->lastStatus();
+HXRStatus pushFan(const ControlOfGroup& group, float degrees, bool on) {
+    const CommandList list = singlePacket({fanWord(degrees, on)});
+    for (const UnitControl& unit : group.units()) {
+        if (!unit.device->link->sendList(unit.control, list)) return unit.device->link->lastStatus();
     }
     return hxrNoError;
 }
@@ -33,25 +34,37 @@ std::uint32_t fanWord(float degrees, bool on) {
     return words::fan(on, static_cast<std::uint16_t>(setPoint));
 }
 
-HXRStatus setFanEnabled(HXRDevice& device, bool on) {
+HXRStatus setFanEnabled(HXRDevice& device, bool on, InterfaceLock& lock) {
     if (const HXRStatus refused = fanAccess(device); refused != hxrNoError) return refused;
+    const ControlOfGroup group(device);
+    if (!group) return hxrInvalidConfigurationErr;
     device.fanEnabled = on;
-    return pushFan(device);
+    const float degrees = device.fanSetPoint;
+    const Unlocked traffic(lock);
+    return pushFan(group, degrees, on);
 }
 
-HXRStatus setFanSetPoint(HXRDevice& device, float degrees) {
+HXRStatus setFanSetPoint(HXRDevice& device, float degrees, InterfaceLock& lock) {
     if (const HXRStatus refused = fanAccess(device); refused != hxrNoError) return refused;
+    const ControlOfGroup group(device);
+    if (!group) return hxrInvalidConfigurationErr;
     const HXRStatus stored = storeWithin(fanSetPointLimits, degrees, device.fanSetPoint);
     if (stored < 0) return stored;
-    if (const HXRStatus lost = pushFan(device); lost != hxrNoError) return lost;
+    const float setPoint = device.fanSetPoint;
+    const bool on = device.fanEnabled;
+    const Unlocked traffic(lock);
+    if (const HXRStatus lost = pushFan(group, setPoint, on); lost != hxrNoError) return lost;
     return stored;
 }
 
-HXRStatus setLowPowerState(HXRDevice& device) {
-    if (device.initiated) return hxrInvalidConfigurationErr;
-    for (HXRDevice* unit : groupUnits(device)) {
-        unit->link->sendList(buildLowPower(unit->loContext));
-        if (unit->link->lastStatus() != hxrNoError) return device.link->lastStatus();
+HXRStatus setLowPowerState(HXRDevice& device, InterfaceLock& lock) {
+    if (isInitiated(device)) return hxrInvalidConfigurationErr;
+    const ControlOfGroup group(device);
+    if (!group) return hxrInvalidConfigurationErr;
+    const Unlocked traffic(lock);
+    for (const UnitControl& unit : group.units()) {
+        unit.device->link->sendList(unit.control, buildLowPower(unit.device->loContext));
+        if (unit.device->link->lastStatus() != hxrNoError) return device.link->lastStatus();
     }
     return hxrNoError;
 }

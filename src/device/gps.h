@@ -19,9 +19,9 @@ inline GpsFix fixOf(const LastStatus& status) { return GpsFix(status.gpsBlock); 
 
 enum GpsState : int { gpsNoFix = 0, gpsFix = 1, gpsDisciplining = 2 };
 
-/// Gives the state of the fix, from a new status unless someone else has the control endpoint.
+/// Gives the state of the fix, from a new status unless somebody owns the control endpoint.
 /// @return the link's status; `hxrNoError` if no new status was asked for
-HXRStatus readGpsState(HXRDevice& device, int& state);
+HXRStatus readGpsState(HXRDevice& device, int& state, InterfaceLock& lock);
 
 /// What a fix tells an application.
 struct GpsInfo {
@@ -33,11 +33,12 @@ struct GpsInfo {
 };
 
 /// @param refresh  as `readGpsState`; otherwise nothing is asked for
-HXRStatus readGpsInfo(HXRDevice& device, bool refresh, GpsInfo& info);
+HXRStatus readGpsInfo(HXRDevice& device, bool refresh, GpsInfo& info, InterfaceLock& lock);
 
 /// Sends one configuration value to the GPS receiver of an idle unit.
 /// @param size  bytes of the value, at most 8
 /// @return `hxrInvalidParameterErr`, `hxrInvalidConfigurationErr` while initiated, the link's status
-HXRStatus writeToGps(HXRDevice& device, std::uint32_t key, std::uint64_t value, int size);
+HXRStatus writeToGps(HXRDevice& device, std::uint32_t key, std::uint64_t value, int size,
+                     InterfaceLock& lock);
 
 }  // namespace hxr

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 
 #include "device/timebase.h"
 
@@ -76,16 +75,18 @@ void parseStatus(HXRDevice& device, const StatusRecord* record) {
     followGps(device);
 }
 
-void requestStatus(HXRDevice& device) {
+void requestStatus(HXRDevice& device, const ControlClaim& control) {
     StatusRecord record;
-    device.link->readStatus(&record);
+    device.link->readStatus(control, &record);
     parseStatus(device, &record);
 }
 
-bool refreshStatus(HXRDevice& device) {
-    const std::unique_lock owner(device.acquisitionMutex, std::try_to_lock);
-    if (owner.owns_lock()) requestStatus(device);
-    return owner.owns_lock();
+bool refreshStatus(HXRDevice& device, InterfaceLock& lock) {
+    const ControlClaim control = device.link->claimControl(EndpointOwner::entry);
+    if (!control) return false;
+    const Unlocked traffic(lock);
+    requestStatus(device, control);
+    return true;
 }
 
 HXRStatus statusOfCapture(const HXRDevice& unit, int channel) {
@@ -98,11 +99,12 @@ HXRStatus statusOfCapture(const HXRDevice& unit, int channel) {
     return overflow ? hxrADCOverflow : hxrNoError;
 }
 
-HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out) {
-    const std::uint64_t lastTicks = device.lastStatus.copy().lastStatusTicks;
-    if (device.clock->monotonicMs() - lastTicks > statusLifetimeMs) {
-        refreshStatus(device);
-    }
+bool statusIsOld(const HXRDevice& device) {
+    return device.clock->monotonicMs() - device.lastStatus.copy().lastStatusTicks > statusLifetimeMs;
+}
+
+HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out, InterfaceLock& lock) {
+    if (statusIsOld(device)) refreshStatus(device, lock);
     const LastStatus status = device.lastStatus.copy();
     const std::array<float, diagnosticsCount> values{
         status.supplyVoltage,   status.railX2,       status.railX1,       status.railX5,

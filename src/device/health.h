@@ -16,13 +16,15 @@ inline constexpr std::size_t diagnosticsCount = 11;
 /// on any thread.
 void parseStatus(HXRDevice& device, const StatusRecord* record);
 
-/// Asks for a status record and takes it over; one that doesn't come counts as one with a wrong magic. The control
-/// endpoint must be the caller's.
-void requestStatus(HXRDevice& device);
+/// Asks for a status record and takes it over; one that doesn't come counts as one with a wrong magic.
+void requestStatus(HXRDevice& device, const ControlClaim& control);
 
-/// Asks for a status record unless someone else has the control endpoint.
+/// Asks for a status record unless somebody owns the control endpoint. Gives the interface lock back meanwhile.
 /// @return whether it asked; if not, the last status stands
-bool refreshStatus(HXRDevice& device);
+bool refreshStatus(HXRDevice& device, InterfaceLock& lock);
+
+/// The last good status is more than a second old.
+bool statusIsOld(const HXRDevice& device);
 
 /// What the link and the last status say of a capture of samples that the status came behind.
 ///
@@ -36,6 +38,6 @@ HXRStatus statusOfCapture(const HXRDevice& unit, int channel);
 /// @param out  supply, `railX2`, `railX1`, `railX5`, temperatures of the FPGA, C, A, B, and the readings Q8,
 ///             A, B
 /// @return the link's status; `out` holds the last known values whatever it is
-HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out);
+HXRStatus readDiagnostics(HXRDevice& device, std::span<float, diagnosticsCount> out, InterfaceLock& lock);
 
 }  // namespace hxr

@@ -7,14 +7,16 @@
 namespace hxr {
 
 HXRDevice::HXRDevice(std::unique_ptr<DeviceInterface> unitLink, platform::Clock& unitClock)
-    : clock(&unitClock), link(std::move(unitLink)), corrections(&link->corrections()) {}
+    : clock(&unitClock),
+      link(std::move(unitLink)),
+      corrections(&link->corrections()),
+      holdoverWriter(link->calFolder()) {}
 
-HXRDevice::~HXRDevice() { abort(*this, IdleLo::off); }
+HXRDevice::~HXRDevice() { abortForDestruction(*this); }
 
-std::vector<HXRDevice*> groupUnits(HXRDevice& device) {
-    std::vector<HXRDevice*> units{&device};
-    units.insert(units.end(), device.slaves.begin(), device.slaves.end());
-    return units;
+bool isInitiated(const HXRDevice& device) {
+    const auto locked = [](const HXRDevice& unit) { return unit.initiated || unit.changing; };
+    return locked(device) || (device.isSlave() && locked(*device.master));
 }
 
 }  // namespace hxr

@@ -117,21 +117,21 @@ std::vector<Stage> converterStages() {
 }
 
 /// Sends a stage and lets the unit take its time.
-bool perform(HXRDevice& device, const Stage& stage) {
-    const bool sent = stage.words.empty() || device.link->sendList(singlePacket(stage.words));
+bool perform(HXRDevice& device, const ControlClaim& control, const Stage& stage) {
+    const bool sent = stage.words.empty() || device.link->sendList(control, singlePacket(stage.words));
     if (sent) device.clock->sleep(stage.settling);
     return sent;
 }
 
 /// From here on a send that fails isn't looked at: the link is lost for good, and the status at the end tells.
-void performAll(HXRDevice& device, const std::vector<Stage>& stages) {
-    for (const Stage& stage : stages) perform(device, stage);
+void performAll(HXRDevice& device, const ControlClaim& control, const std::vector<Stage>& stages) {
+    for (const Stage& stage : stages) perform(device, control, stage);
 }
 
-HXRStatus loadChips(HXRDevice& device) {
+HXRStatus loadChips(HXRDevice& device, const ControlClaim& control) {
     for (const Stage& stage : loadingStages(device.clock->utcSeconds()))
-        if (!perform(device, stage)) return device.link->lastStatus();
-    return reInitChannels(device);
+        if (!perform(device, control, stage)) return device.link->lastStatus();
+    return reInitChannels(device, control);
 }
 
 /// Takes over what the flash says besides the chamber's corrections.
@@ -142,10 +142,10 @@ void adoptFactoryData(HXRDevice& device) {
 }
 
 /// Tells the unit where its samples go, and listens there.
-HXRStatus openDataPath(HXRDevice& device) {
-    device.link->sendList(singlePacket({fanWord(device.fanSetPoint, device.fanEnabled)}));
-    if (const HXRStatus failed = pushLocalDestinations(device); failed != hxrNoError) return failed;
-    return device.link->openDataSocket(device.streamPort);
+HXRStatus openDataPath(HXRDevice& device, const ControlClaim& control, const DataClaim& data) {
+    device.link->sendList(control, singlePacket({fanWord(device.fanSetPoint, device.fanEnabled)}));
+    if (const HXRStatus failed = pushLocalDestinations(device, control); failed != hxrNoError) return failed;
+    return device.link->openDataSocket(data, device.streamPort);
 }
 
 HXRStatus verdict(const LastStatus& status) {
@@ -157,17 +157,20 @@ HXRStatus verdict(const LastStatus& status) {
 }  // namespace
 
 HXRStatus open(HXRDevice& device, OpenAs as) {
-    if (const HXRStatus failed = loadChips(device); failed != hxrNoError) return failed;
+    // Nobody else knows the device yet, so the claims are had.
+    const ControlClaim control = device.link->claimControl(EndpointOwner::lifecycle);
+    const DataClaim data = device.link->claimData(EndpointOwner::lifecycle);
+    if (const HXRStatus failed = loadChips(device, control); failed != hxrNoError) return failed;
     adoptFactoryData(device);
-    if (const HXRStatus failed = openDataPath(device); failed != hxrNoError) return failed;
+    if (const HXRStatus failed = openDataPath(device, control, data); failed != hxrNoError) return failed;
 
-    if (as == OpenAs::pairedUnit) performAll(device, pairingStages());
-    performAll(device, converterStages());
-    requestStatus(device);
+    if (as == OpenAs::pairedUnit) performAll(device, control, pairingStages());
+    performAll(device, control, converterStages());
+    requestStatus(device, control);
 
     findStartingCoarseTune(device);
-    pushTimebase(device);
-    device.link->sendList(singlePacket(buildLoOff(device.loContext)));
+    pushTimebase(device, control);
+    device.link->sendList(control, singlePacket(buildLoOff(device.loContext)));
     return verdict(device.lastStatus.copy());
 }
 

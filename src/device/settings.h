@@ -146,4 +146,12 @@ struct EnvironmentSettings {
     bool gpsTimebaseUpdate = false;  ///< the unit may discipline its timebase to GPS
 };
 
+/// All that an application sets on a handle.
+struct Settings : EnvironmentSettings,
+                  ChannelSettings,
+                  GeneratorSettings,
+                  StreamSettings,
+                  SweepSettings,
+                  StreamOutputSettings {};
+
 }  // namespace hxr

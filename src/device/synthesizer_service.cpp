@@ -1,7 +1,6 @@
 #include "device/synthesizer_service.h"
 
 #include <chrono>
-#include <mutex>
 
 #include "device/health.h"
 #include "device/setting_limits.h"
@@ -13,9 +12,6 @@ namespace hxr {
 namespace {
 
 using words::noOperation;
-
-/// The control endpoint, as long as no sweep has it.
-using ControlUse = std::unique_lock<AcquisitionMutex>;
 
 /// Appends runs, a new packet once the present one holds more than half of its room.
 class ImageWriter {
@@ -43,23 +39,19 @@ class ImageWriter {
 
 }  // namespace
 
-HXRStatus reInitChannels(HXRDevice& device) {
+HXRStatus reInitChannels(HXRDevice& device, const ControlClaim& control) {
     using namespace std::chrono_literals;
-    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
-    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
     for (int channel = 0; channel < words::channelsPerUnit; ++channel) {
         CommandList list = singlePacket(buildHighLoImage(channel));
         list.append(buildChannelOff(device.loContext, channel));
         list.append(words::applyPeripherals);
-        if (!device.link->sendList(list)) return device.link->lastStatus();
+        if (!device.link->sendList(control, list)) return device.link->lastStatus();
         device.clock->sleep(20ms);
     }
     return hxrNoError;
 }
 
-HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh) {
-    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
-    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
+HXRStatus initFullBandLos(HXRDevice& device, const ControlClaim& control, bool initShared, bool initHigh) {
     CommandList list = singlePacket(buildLoOff(device.loContext));
     list.append({words::pause(words::pauseTicks(10'000.0)), noOperation, noOperation});
 
@@ -74,32 +66,30 @@ HXRStatus initFullBandLos(HXRDevice& device, bool initShared, bool initHigh) {
         images.settle();
         images.breakIfLong();
     }
-    device.link->sendList(list);
+    device.link->sendList(control, list);
     return device.link->lastStatus();
 }
 
-HXRStatus configureForReadback(HXRDevice& device) {
+HXRStatus configureForReadback(HXRDevice& device, const ControlClaim& control) {
     using namespace std::chrono_literals;
-    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
-    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
-    device.link->sendList(singlePacket(buildSharedLoBringUp(SharedLoVco::readBack)));
+    device.link->sendList(control, singlePacket(buildSharedLoBringUp(SharedLoVco::readBack)));
     device.clock->sleep(20ms);
     return device.link->lastStatus();
 }
 
-HXRStatus readBackVco(HXRDevice& device, const Synthesizer& synthesizer, int point,
-                      std::array<std::uint8_t, 3>& setting) {
-    using namespace std::chrono_literals;
-    if (!inputLimits.contain(synthesizer.channel) || point < 0) return hxrInvalidParameterErr;
-    const ControlUse control(device.acquisitionMutex, std::try_to_lock);
-    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
+bool canReadBack(const Synthesizer& synthesizer, int point) {
+    return inputLimits.contain(synthesizer.channel) && point >= 0;
+}
 
+HXRStatus readBackVco(HXRDevice& device, const ControlClaim& control, const Synthesizer& synthesizer,
+                      int point, std::array<std::uint8_t, 3>& setting) {
+    using namespace std::chrono_literals;
     const CommandList readback = planVcoReadback(synthesizer);
-    if (!device.link->sendList(planSelfCalibration(device.loContext, synthesizer, point)))
+    if (!device.link->sendList(control, planSelfCalibration(device.loContext, synthesizer, point)))
         return device.link->lastStatus();
     device.clock->sleep(32ms);
 
-    const auto [complete, received] = device.link->request(readback);
+    const auto [complete, received] = device.link->request(control, readback);
     if (!complete) return device.link->lastStatus();
     const StatusRecord record({received.buffers[0], received.lengths[0]});
     parseStatus(device, &record);
@@ -108,8 +98,8 @@ HXRStatus readBackVco(HXRDevice& device, const Synthesizer& synthesizer, int poi
     return hxrNoError;
 }
 
-HXRStatus readLockFlags(HXRDevice& device, LockFlags& flags) {
-    refreshStatus(device);
+HXRStatus readLockFlags(HXRDevice& device, LockFlags& flags, InterfaceLock& lock) {
+    refreshStatus(device, lock);
     const std::uint32_t bits = device.lastStatus.copy().statusFlags;
     for (unsigned channel = 0; channel < words::channelsPerUnit; ++channel) {
         flags.first[channel] = static_cast<int>(bits >> channel & 1);

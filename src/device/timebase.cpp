@@ -34,40 +34,49 @@ std::int32_t temperaturePartOf(const HXRDevice& device) {
     return std::isnan(counts) ? 0 : static_cast<std::int32_t>(counts);
 }
 
-HXRStatus sendTimebase(HXRDevice& device) {
+HXRStatus sendTimebase(HXRDevice& device, const ControlClaim& control) {
     CommandList list;
     list.beginPacket();
     appendTimebaseWords(list, device.timebase.copy().timebaseDAC, device.reference, device.gpsTimebaseUpdate);
-    device.link->sendList(list);
+    device.link->sendList(control, list);
     return device.link->lastStatus();
 }
 
-void pushTimebase(HXRDevice& device) {
+void pushTimebase(HXRDevice& device, const ControlClaim& control) {
     device.timebase.update(
         [&](TimebaseState& timebase) { timebase.timebaseDAC = dacFor(device, timebase.coarseTune); });
-    sendTimebase(device);
+    sendTimebase(device, control);
 }
 
-HXRStatus setReference(HXRDevice& device, unsigned reference) {
+HXRStatus setReference(HXRDevice& device, unsigned reference, InterfaceLock& lock) {
     if (reference > 1) return hxrInvalidParameterErr;
-    if (device.initiated) return hxrInvalidConfigurationErr;
+    if (isInitiated(device)) return hxrInvalidConfigurationErr;
     if (reference == device.reference) return hxrNoError;
+    const ControlClaim control = device.link->claimControl(EndpointOwner::entry);
+    if (!control) return hxrInvalidConfigurationErr;
     device.reference = reference;
-    return sendTimebase(device);
+    const Unlocked traffic(lock);
+    return sendTimebase(device, control);
 }
 
-HXRStatus setGpsTimebaseUpdate(HXRDevice& device, unsigned on) {
+HXRStatus setGpsTimebaseUpdate(HXRDevice& device, unsigned on, InterfaceLock& lock) {
     if (on > 1) return hxrInvalidParameterErr;
-    if (device.initiated) return hxrInvalidConfigurationErr;
+    if (isInitiated(device)) return hxrInvalidConfigurationErr;
     if ((on == 1) == device.gpsTimebaseUpdate) return hxrNoError;
+    const ControlClaim control = device.link->claimControl(EndpointOwner::entry);
+    if (!control) return hxrInvalidConfigurationErr;
     device.gpsTimebaseUpdate = on == 1;
-    return sendTimebase(device);
+    const Unlocked traffic(lock);
+    return sendTimebase(device, control);
 }
 
-HXRStatus setCoarseTune(HXRDevice& device, std::uint16_t value) {
-    if (device.initiated) return hxrInvalidConfigurationErr;
+HXRStatus setCoarseTune(HXRDevice& device, std::uint16_t value, InterfaceLock& lock) {
+    if (isInitiated(device)) return hxrInvalidConfigurationErr;
+    const ControlClaim control = device.link->claimControl(EndpointOwner::entry);
+    if (!control) return hxrInvalidConfigurationErr;
     device.timebase.update([&](TimebaseState& timebase) { timebase.coarseTune = value; });
-    pushTimebase(device);
+    const Unlocked traffic(lock);
+    pushTimebase(device, control);
     return device.link->lastStatus();
 }
 
@@ -107,7 +116,7 @@ void followGps(HXRDevice& device) {
         timebase.holdoverTime = static_cast<std::uint64_t>(device.clock->utcSeconds());
         record = {timebase.holdoverTime, timebase.holdoverCoarseTune};
     });
-    if (moved) writeHoldoverRecord(device.link->calFolder(), status.serialNumber, record);
+    if (moved) device.holdoverWriter.write(status.serialNumber, record);
 }
 
 }  // namespace hxr

@@ -12,23 +12,25 @@ namespace hxr {
 std::int32_t temperaturePartOf(const HXRDevice& device);
 
 /// Works the DAC value out at the present temperature and sends it.
-void pushTimebase(HXRDevice& device);
+void pushTimebase(HXRDevice& device, const ControlClaim& control);
 
 /// Sends the DAC value as it stands, with the reference and who disciplines it.
 /// @return the link's status
-HXRStatus sendTimebase(HXRDevice& device);
+HXRStatus sendTimebase(HXRDevice& device, const ControlClaim& control);
 
 /// Chooses the reference of an idle unit.
-/// @return `hxrInvalidParameterErr`, `hxrInvalidConfigurationErr` while initiated, the link's status
-HXRStatus setReference(HXRDevice& device, unsigned reference);
+/// @return `hxrInvalidParameterErr`, `hxrInvalidConfigurationErr` while initiated or while somebody owns the control endpoint,
+///         the link's status
+HXRStatus setReference(HXRDevice& device, unsigned reference, InterfaceLock& lock);
 
 /// Lets an idle unit discipline its timebase to GPS or not.
 /// @return as `setReference`
-HXRStatus setGpsTimebaseUpdate(HXRDevice& device, unsigned on);
+HXRStatus setGpsTimebaseUpdate(HXRDevice& device, unsigned on, InterfaceLock& lock);
 
 /// Sets the coarse tune of an idle unit and sends it.
-/// @return `hxrInvalidConfigurationErr` while initiated, the link's status
-HXRStatus setCoarseTune(HXRDevice& device, std::uint16_t value);
+/// @return `hxrInvalidConfigurationErr` while initiated or while somebody owns the control endpoint,
+///         the link's status
+HXRStatus setCoarseTune(HXRDevice& device, std::uint16_t value, InterfaceLock& lock);
 
 /// Finds the coarse tune to start with: the newest of the factory's history and the holdover record of this host.
 void findStartingCoarseTune(HXRDevice& device);

@@ -25,6 +25,8 @@ constexpr PageRange chamberRest{193, 1151};
 
 std::uint32_t registerSeconds(std::int64_t seconds) { return static_cast<std::uint32_t>(seconds); }
 
+}  // namespace
+
 void appendTimeOf(const GpsFix& fix, CommandList& list) {
     appendRegister(list, dateRegister, registerSeconds(fix.date()));
     appendRegister(list, timeRegister, registerSeconds(fix.time()));
@@ -34,81 +36,77 @@ GpsFix fixOf(const StatusRecord& record) {
     return GpsFix(record.bytes().subspan<StatusRecord::gpsBlock, StatusRecord::gpsBlockSize>());
 }
 
-}  // namespace
-
-HXRStatus DeviceInterface::attach(const char* hostAddr, const char* deviceAddr, std::uint16_t port) {
-    const auto record = firstContact(hostAddr, deviceAddr, port);
+HXRStatus DeviceInterface::attach(const ControlClaim& control, const char* hostAddr, const char* deviceAddr,
+                                  std::uint16_t port) {
+    const auto record = firstContact(control, hostAddr, deviceAddr, port);
     if (!connected_) return hxrDeviceNotFoundErr;
-    if (!record || !stampDateAndTime(*record)) return linkStatus_;
-    return fillImage();
+    if (!record || !stampDateAndTime(control, *record)) return linkStatus_;
+    return fillImage(control);
 }
 
 /// What proves that a unit is there: it answers.
-std::optional<StatusRecord> DeviceInterface::firstContact(const char* hostAddr, const char* deviceAddr,
-                                                          std::uint16_t port) {
-    if (!control_->open(hostAddr, deviceAddr, port, port)) return std::nullopt;
+std::optional<StatusRecord> DeviceInterface::firstContact(const ControlClaim& control, const char* hostAddr,
+                                                          const char* deviceAddr, std::uint16_t port) {
+    if (!control->open(hostAddr, deviceAddr, port, port)) return std::nullopt;
     connected_ = true;
 
     // An earlier connection may have left a stream running.
     StatusRecord record;
-    if (!sendList(singlePacket({words::streamStop(data_->localPort())})) || !readStatus(&record))
+    if (!sendList(control, singlePacket({words::streamStop(data_->localPort())})) ||
+        !readStatus(control, &record))
         return std::nullopt;
     // What is no status tells nothing of the unit: neither who it is, nor what time it is.
-    if (record.magicIsRight()) serialNumber_ = record.serialNumber();
+    serialNumberRead_ = record.magicIsRight();
+    if (serialNumberRead_) serialNumber_ = record.serialNumber();
     return record;
 }
 
-bool DeviceInterface::stampDateAndTime(const StatusRecord& record) {
+bool DeviceInterface::stampDateAndTime(const ControlClaim& control, const StatusRecord& record) {
     const GpsFix fix = fixOf(record);
+    const bool fixCounts = record.magicIsRight() && fix.timeIsValid();
     CommandList list;
     list.beginPacket();
-    if (record.magicIsRight() && fix.timeIsValid()) {
+    if (fixCounts) {
         appendTimeOf(fix, list);
-        timeSeeded_ = true;
     } else {
         const std::int64_t now = clock_.utcSeconds();
         appendRegister(list, timeRegister, registerSeconds(now));
         appendRegister(list, dateRegister, registerSeconds(platform::startOfDay(now)));
     }
-    return sendList(list);
+    const bool sent = sendList(control, list);
+    if (sent && fixCounts) noteTimeSeedSent();
+    return sent;
 }
 
-void DeviceInterface::appendTimeSeed(CommandList& list) {
-    if (timeSeeded_) return;
-    StatusRecord record;
-    if (!readStatus(&record) || !record.magicIsRight()) return;
-    appendTimeOf(fixOf(record), list);
-    timeSeeded_ = true;
-}
-
-HXRStatus DeviceInterface::fillImage() {
+HXRStatus DeviceInterface::fillImage(const ControlClaim& control) {
     std::optional<std::uint64_t> cachedDate;
-    if (serialNumber_ != unknownSerial && cache_.read(serialNumber_, cal::bytesOf(*flashCopy_))) {
+    if (serialNumberRead_ && cache_.read(serialNumber_, cal::bytesOf(*flashCopy_))) {
         cachedDate = flashCopy_->calDate;
         adoptCorrections();
     }
 
-    if (!setFlashReadMode(true)) return linkStatus_;
+    if (!setFlashReadMode(control, true)) return linkStatus_;
     for (const PageRange head : {cbbHead, pretestHead, chamberHead}) {
-        if (!readPages(head.first, head.last)) return linkStatus_;
+        if (!readPages(control, head.first, head.last)) return linkStatus_;
     }
 
     const std::uint64_t flashDate = flashCopy_->calDate;
     const bool upToDate = cachedDate && flashDate <= *cachedDate;
     if (flashDate != cal::absentDate && !upToDate) {
-        if (!readPages(chamberRest.first, chamberRest.last)) return linkStatus_;
-        if (serialNumber_ != unknownSerial) cache_.write(serialNumber_, cal::bytesOf(*flashCopy_));
+        if (!readPages(control, chamberRest.first, chamberRest.last)) return linkStatus_;
+        if (serialNumberRead_) cache_.write(serialNumber_, cal::bytesOf(*flashCopy_));
         adoptCorrections();
     }
-    setFlashReadMode(false);
+    setFlashReadMode(control, false);
     return hxrNoError;
 }
 
-bool DeviceInterface::readPages(int first, int last) {
+bool DeviceInterface::readPages(const ControlClaim& control, int first, int last) {
     const auto image = cal::bytesOf(*flashCopy_);
     for (int page = first; page <= last; ++page) {
         const std::size_t offset = static_cast<std::size_t>(page - firstImagePage) * flashPageBytes;
-        if (!readFlashPage(static_cast<std::uint16_t>(page), image.subspan(offset, flashPageBytes).data()))
+        if (!readFlashPage(control, static_cast<std::uint16_t>(page),
+                           image.subspan(offset, flashPageBytes).data()))
             return false;
     }
     return true;

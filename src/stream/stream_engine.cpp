@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "device/hxr_device.h"
+#include "device/group_access.h"
 #include "dsp/fir.h"
 #include "platform/thread.h"
 #include "rf/frequency_grid.h"
@@ -66,9 +66,10 @@ class UnitStream {
         std::size_t unit;
     };
 
-    UnitStream(HXRDevice& device, const Place& place, const StreamSettings& settings, StreamLists lists,
-               SampleRing& ring, Warnings& warnings)
-        : link_(*device.link),
+    UnitStream(const UnitAccess& access, const Place& place, const StreamSettings& settings,
+               StreamLists lists, SampleRing& ring, Warnings& warnings)
+        : link_(*access.device->link),
+          data_(*access.data),
           unit_(place.unit),
           channels_(place.layout.channelsOfUnit[place.unit]),
           hardwareNs_(1e9 / (captureRateHz / settings.hardwareDecimation)),
@@ -83,16 +84,13 @@ class UnitStream {
 
     /// Configures and starts the unit in its turn.
     /// @return false if the stream was given up meanwhile
-    bool start(StartSequence& sequence) {
+    bool start(const UnitAccess& access, StartSequence& sequence) {
         const bool master = unit_ == 0;
-        const auto tell = [this](const CommandList& list) {
-            StatusRecord answer;  // its coming tells that the list has been run
-            if (link_.sendList(list)) link_.readStatus(&answer);
-        };
+        StatusRecord answer;  // its coming tells that a list has been run
         if (!sequence.beforeConfiguring(master)) return false;
-        tell(lists_.config);
+        if (sendConfiguration(access, lists_)) link_.readStatus(access.control, &answer);
         if (!sequence.beforeStarting(master)) return false;
-        tell(lists_.start);
+        if (link_.sendList(access.control, lists_.start)) link_.readStatus(access.control, &answer);
         sequence.afterStarting(master);
         return true;
     }
@@ -127,13 +125,13 @@ class UnitStream {
     int requestPackets() const { return turnsPerRequest * static_cast<int>(channels_); }
 
     void request(int slot) {
-        link_.data().postReceives(slot, requestPackets(), timeoutMs);
-        link_.data().send(slot, request_.data());
+        data_.postReceives(slot, requestPackets(), timeoutMs);
+        data_.send(slot, request_.data());
     }
 
     ReceiveResult* collect(int slot) {
-        ReceiveResult* const received = link_.data().collectReceives(slot);
-        link_.data().waitSend(slot);
+        ReceiveResult* const received = data_.collectReceives(slot);
+        data_.waitSend(slot);
         return received;
     }
 
@@ -174,6 +172,7 @@ class UnitStream {
     }
 
     DeviceInterface& link_;
+    UDPDevice& data_;
     const std::size_t unit_;  ///< position in the group
     const std::size_t channels_;
     const double hardwareNs_;  ///< of a sample as the unit sends it
@@ -193,28 +192,28 @@ class UnitStream {
 /// A stream with all that runs it.
 class StreamEngine::Run {
   public:
-    Run(HXRDevice& master, std::vector<StreamLists> lists)
-        : layout_(master),
-          parameters{static_cast<int>(layout_.channelCount), captureRateHz / master.decimation,
-                     master.outputBandwidth},
-          ring_(layout_, master.hostDecimation > 1, 1e9 / parameters.sampleRate),
+    Run(std::span<const UnitAccess> group, const Settings& settings, std::vector<StreamLists> lists)
+        : layout_(settings),
+          parameters{static_cast<int>(layout_.channelCount), captureRateHz / settings.decimation,
+                     settings.outputBandwidth},
+          ring_(layout_, settings.hostDecimation > 1, 1e9 / parameters.sampleRate),
           start_(layout_.unitCount) {
-        format_.floats = master.streamDataType == 1;
+        format_.floats = settings.streamDataType == 1;
         for (std::size_t i = 0; i < layout_.channelCount; ++i) {
-            const double factor = master.streamCorrection[layout_.groupChannel[i]];
-            format_.scale[i] = master.streamFullScale ? 1.0F : static_cast<float>(factor);
+            const double factor = settings.streamCorrection[layout_.groupChannel[i]];
+            format_.scale[i] = settings.streamFullScale ? 1.0F : static_cast<float>(factor);
         }
-        const std::vector<HXRDevice*> units = groupUnits(master);
-        for (std::size_t u = 0; u < units.size(); ++u) {
-            streams_.push_back(std::make_unique<UnitStream>(*units[u], UnitStream::Place{layout_, u}, master,
+        for (std::size_t u = 0; u < group.size(); ++u) {
+            streams_.push_back(std::make_unique<UnitStream>(group[u], UnitStream::Place{layout_, u}, settings,
                                                             std::move(lists[u]), ring_, warnings_));
         }
         try {
-            for (std::size_t u = 0; u < units.size(); ++u) {
-                threads_[u] =
-                    platform::Thread("Stream Thread", platform::ThreadPriority::timeCritical, [this, u] {
-                        if (streams_[u]->start(start_)) streams_[u]->run(running_);
-                    });
+            for (std::size_t u = 0; u < group.size(); ++u) {
+                threads_[u] = platform::Thread("Stream Thread", platform::ThreadPriority::timeCritical,
+                                               [this, u, &access = group[u]] {
+                                                   if (streams_[u]->start(access, start_))
+                                                       streams_[u]->run(running_);
+                                               });
             }
         } catch (...) {
             start_.giveUp();
@@ -223,14 +222,20 @@ class StreamEngine::Run {
         start_.awaitAll();
     }
 
-    ~Run() {
+    ~Run() { stop(); }
+
+    void stop() {
+        stopped_ = true;
         running_ = false;
+        ring_.end();
         for (platform::Thread& thread : threads_) thread.join();
     }
 
     HXRStatus receive(const Request& request);
 
   private:
+    HXRStatus receiveAlone(const Request& request);
+
     const StreamLayout layout_;
 
   public:
@@ -244,11 +249,19 @@ class StreamEngine::Run {
     Warnings warnings_;
     StartSequence start_;
     std::vector<std::unique_ptr<UnitStream>> streams_;
-    std::atomic<bool> running_ = true;
+    std::atomic<bool> running_ = true, stopped_ = false;
+    std::atomic_flag receiving_;  ///< a thread is in `receive`
     std::array<platform::Thread, mostUnits> threads_;
 };
 
 HXRStatus StreamEngine::Run::receive(const Request& request) {
+    if (receiving_.test_and_set()) return hxrInvalidConfigurationErr;
+    const HXRStatus status = receiveAlone(request);
+    receiving_.clear();
+    return stopped_ ? hxrInvalidConfigurationErr : status;
+}
+
+HXRStatus StreamEngine::Run::receiveAlone(const Request& request) {
     if (request.purge) {
         warnings_.adcOverflow = warnings_.sampleLoss = false;
         ring_.purge();
@@ -256,7 +269,7 @@ HXRStatus StreamEngine::Run::receive(const Request& request) {
     const std::span triggers(request.triggers, static_cast<std::size_t>(request.triggerRoom));
     std::size_t found = 0;
     std::int64_t collected = 0;
-    while (collected < request.count && ring_.waitForSamples()) {
+    while (collected < request.count && !stopped_ && ring_.waitForSamples()) {
         const SampleRing::Destination destination{{request.buffers, layout_.channelCount}, collected};
         const auto pulled =
             ring_.pull(request.count - collected, format_, destination, triggers.subspan(found));
@@ -292,13 +305,16 @@ void StreamEngine::Run::deliverSilence(const Request& request, std::int64_t from
     }
 }
 
-StreamEngine::StreamEngine(HXRDevice& master, std::vector<StreamLists> lists)
-    : run_(std::make_unique<Run>(master, std::move(lists))) {}
+StreamEngine::StreamEngine(std::span<const UnitAccess> group, const Settings& settings,
+                           std::vector<StreamLists> lists)
+    : run_(std::make_unique<Run>(group, settings, std::move(lists))) {}
 
 StreamEngine::~StreamEngine() = default;
 
 const StreamEngine::Parameters& StreamEngine::parameters() const { return run_->parameters; }
 
 HXRStatus StreamEngine::receive(const Request& request) { return run_->receive(request); }
+
+void StreamEngine::stop() { run_->stop(); }
 
 }  // namespace hxr

@@ -2,14 +2,16 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "hxr_api.h"
 
 namespace hxr {
 
-struct HXRDevice;
+struct Settings;
 struct StreamLists;
+struct UnitAccess;
 
 /// Brings the samples of a group's streaming channels to the application: a thread for each unit keeps requests under
 /// way, takes the packets apart, decimates them where the units don't go so far, and stores the samples in a ring.
@@ -18,12 +20,13 @@ struct StreamLists;
 class StreamEngine {
   public:
     /// Starts all units; returns when all are started.
-    /// @param master  of the group, whose settings are copied; outlives the engine
-    /// @param lists   for each unit
+    /// @param group     its units: the claims of the control endpoints are used until this returns, those of the data
+    ///                  endpoints are the engine's until `stop` returns, wherever they are kept
+    /// @param settings  of the group, copied
+    /// @param lists     for each unit
     /// @throws std::bad_alloc, std::system_error, with all threads ended
-    StreamEngine(HXRDevice& master, std::vector<StreamLists> lists);
+    StreamEngine(std::span<const UnitAccess> group, const Settings& settings, std::vector<StreamLists> lists);
 
-    /// Ends the threads, when what was asked for has come. The units go on until they are told to stop.
     ~StreamEngine();
     StreamEngine(const StreamEngine&) = delete;
     StreamEngine& operator=(const StreamEngine&) = delete;
@@ -48,18 +51,28 @@ class StreamEngine {
         int triggerRoom;
     };
 
-    /// One thread at a time.
-    /// @return as `hxrStreamRecv`
+    /// May be called from any thread, also beside `stop`.
+    /// @return as `hxrStreamRecv`; `hxrInvalidConfigurationErr` while another thread receives, and once the engine is
+    ///         stopped
     HXRStatus receive(const Request& request);
+
+    /// Ends the threads, when what was asked for has come, and all waits for samples. The units go on until they are told
+    /// to stop. The engine doesn't use them any more.
+    void stop();
 
   private:
     class Run;
     std::unique_ptr<Run> run_;
 };
 
-/// Plans the stream of a group and starts it: with an engine for a local stream, without for one to VRT addresses.
-/// @return `hxrNoError`
+/// Plans the stream of a group and starts it. A unit whose date and time nobody has set is asked for a status record.
+/// @param settings  of the group; receives the bandwidths and the corrections that are used
+/// @return the engine of a local stream; null for one to VRT addresses
 /// @throws std::bad_alloc, std::system_error, with no engine made
-HXRStatus configureStream(HXRDevice& master);
+std::shared_ptr<StreamEngine> configureStream(std::span<const UnitAccess> group, Settings& settings);
+
+/// Sends what configures a unit for a stream.
+/// @return false if the link is lost
+bool sendConfiguration(const UnitAccess& unit, const StreamLists& lists);
 
 }  // namespace hxr

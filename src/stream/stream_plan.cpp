@@ -10,6 +10,7 @@
 #include "cal/response_filter.h"
 #include "device/channel_settings.h"
 #include "link/builders.h"
+#include "link/device_interface.h"
 #include "rf/band_plan.h"
 #include "rf/channel_lo.h"
 #include "rf/frequency_grid.h"
@@ -81,12 +82,12 @@ Tuning tuningOf(const ChannelSettings& settings, std::size_t channel) {
 /// Builds the lists of one unit.
 class UnitPlanner {
   public:
-    UnitPlanner(HXRDevice& master, HXRDevice& unit, int position)
-        : master_(master),
+    UnitPlanner(Settings& settings, const UnitToPlan& unit, int position, int groupSize)
+        : settings_(settings),
           unit_(unit),
           position_(position),
-          timing_(groupTimingByte(position, 1 + static_cast<int>(master.slaves.size()))),
-          attenuator_(attenuatorIndexFor(master.streamRefLevel, static_cast<int>(master.streamAtten))) {}
+          timing_(groupTimingByte(position, groupSize)),
+          attenuator_(attenuatorIndexFor(settings.streamRefLevel, static_cast<int>(settings.streamAtten))) {}
 
     StreamLists plan() {
         list().beginPacket();
@@ -95,12 +96,12 @@ class UnitPlanner {
         appendSharedLo();
         auto channel = static_cast<std::size_t>(position_) * words::channelsPerUnit;
         for (int input = 0; input < words::channelsPerUnit; ++input, ++channel) {
-            if (streams(master_, channel)) appendChannel(input, channel);
+            if (streams(settings_, channel)) appendChannel(input, channel);
         }
         list().append(words::syncStrobe(timing_, words::Strobe::streamConfigured));
         appendPause(list(), 0x0F);
         lists_.start.append(
-            words::streamStart(timing_, master_.localStream ? unit_.streamPort : std::uint16_t{0}));
+            words::streamStart(timing_, settings_.localStream ? unit_.port : std::uint16_t{0}));
         return std::move(lists_);
     }
 
@@ -108,58 +109,59 @@ class UnitPlanner {
     CommandList& list() { return lists_.config; }
 
     void appendRateChain() {
-        unit_.link->appendTimeSeed(list());
+        if (unit_.timeSeed) appendTimeOf(*unit_.timeSeed, list());
+        lists_.seedsTime = unit_.timeSeed.has_value();
         list().append(words::inputSelect(0));
-        list().append(words::chainDelay(master_.hardwareDecimation));
+        list().append(words::chainDelay(settings_.hardwareDecimation));
         appendPause(list(), words::pauseTicks(1000.0));
-        const bool local = master_.localStream;
-        const std::int32_t interval = local ? defaultContextInterval : master_.vrtContextInterval;
-        list().append(
-            words::contextPackets(local || master_.vrtContextEnabled, static_cast<std::uint16_t>(interval)));
-        appendDecimationFilter(list(), master_.hardwareBandwidth / hardwareRateOf(master_));
+        const bool local = settings_.localStream;
+        const std::int32_t interval = local ? defaultContextInterval : settings_.vrtContextInterval;
+        list().append(words::contextPackets(local || settings_.vrtContextEnabled,
+                                            static_cast<std::uint16_t>(interval)));
+        appendDecimationFilter(list(), settings_.hardwareBandwidth / hardwareRateOf(settings_));
     }
 
     /// Only the master drives the LO that the group shares.
     void appendSharedLo() {
         list().beginPacket();
-        const double hz = master_.sharedFreq;
-        list().append(position_ == 0 ? tuneSharedLo(unit_.loContext, bandOf(hz), hz + ifOffsetHz)
+        const double hz = settings_.sharedFreq;
+        list().append(position_ == 0 ? tuneSharedLo(unit_.synthesizers, bandOf(hz), hz + ifOffsetHz)
                                      : takeSharedLoFromMaster());
     }
 
     void appendChannel(int input, std::size_t channel) {
-        const Tuning tuning = tuningOf(master_, channel);
+        const Tuning tuning = tuningOf(settings_, channel);
         list().beginPacket();
         constexpr int firstIdentifierRegister = 8;
         appendRegister(list(), static_cast<std::uint16_t>(firstIdentifierRegister + input),
-                       static_cast<std::uint32_t>(master_.vrtStreamId[channel]));
+                       static_cast<std::uint32_t>(settings_.vrtStreamId[channel]));
         appendTuning(input, tuning);
 
-        const CorrectionState& corrections = *unit_.corrections;
+        const CorrectionState& corrections = unit_.corrections;
         const int filterIndex = tuning.band == directBand ? 0 : tuning.index;
         const ResponseFilter filter = buildResponseFilter(corrections, tuning.shared, input,
-                                                          master_.channelDelay[channel], filterIndex);
+                                                          settings_.channelDelay[channel], filterIndex);
         const float correctionDb =
             totalCorrection(lookupGain(corrections, input, attenuator_, tuning.index), filter.gainDb);
-        master_.streamCorrection[channel] = linearFactor(correctionDb);
+        settings_.streamCorrection[channel] = linearFactor(correctionDb);
 
-        double phase = master_.channelPhaseOffset[channel];
+        double phase = settings_.channelPhaseOffset[channel];
         if (tuning.shared) phase += lookupChannelPhase(corrections, input, tuning.index);
         appendPhase(input, filter.delayPhase + phase);
 
         list().beginPacket();
         appendRegisterBlock(list(), tapBlockAddress(input), tapBlock(filter.taps));
         appendContextFields(list(), input,
-                            {.bandwidth = master_.hardwareBandwidth,
-                             .frequency = master_.sharedFreq,
+                            {.bandwidth = settings_.hardwareBandwidth,
+                             .frequency = settings_.sharedFreq,
                              .referenceLevelDb = correctionDb,
                              .gainDb = static_cast<double>(-dbPerAttenuatorStep * attenuator_),
-                             .sampleRate = hardwareRateOf(master_)});
+                             .sampleRate = hardwareRateOf(settings_)});
     }
 
     void appendTuning(int input, const Tuning& tuning) {
-        const CorrectionState& corrections = *unit_.corrections;
-        const int sharedIndex = frequencyIndexFor(master_.sharedFreq + ifOffsetHz);
+        const CorrectionState& corrections = unit_.corrections;
+        const int sharedIndex = frequencyIndexFor(settings_.sharedFreq + ifOffsetHz);
         const LoftPair loft = lookupLoft(corrections, input, sharedIndex);
         if (tuning.shared && isHighBand(tuning.band)) list().append(buildHighLoImage(input));
         list().append(buildFrontEndImage({.channel = input,
@@ -168,7 +170,7 @@ class UnitPlanner {
                                           .gainCode = lookupGainCode(corrections, input, sharedIndex),
                                           .loftI = loft.i,
                                           .loftQ = loft.q}));
-        list().append(retuneChannelLo(unit_.loContext, input, tuning.band, tuning.loHz, tuning.shared,
+        list().append(retuneChannelLo(unit_.synthesizers, input, tuning.band, tuning.loHz, tuning.shared,
                                       IdleHighLo::off));
         list().append(words::applyPeripherals);
         constexpr std::uint16_t ownTicks = 0x3F, sharedTicks = 0x3E;
@@ -186,8 +188,8 @@ class UnitPlanner {
                             std::array{sine << 16 | cosine});
     }
 
-    HXRDevice& master_;
-    HXRDevice& unit_;
+    Settings& settings_;
+    const UnitToPlan& unit_;
     int position_;
     std::uint8_t timing_;
     int attenuator_;
@@ -196,12 +198,15 @@ class UnitPlanner {
 
 }  // namespace
 
-std::vector<StreamLists> planStream(HXRDevice& master) {
-    master.hardwareBandwidth = std::min(master.hardwareBandwidth, usablePart * hardwareRateOf(master));
-    master.outputBandwidth = std::min(master.outputBandwidth, usablePart * captureRateHz / master.decimation);
+std::vector<StreamLists> planStream(Settings& settings, std::span<const UnitToPlan> units) {
+    settings.hardwareBandwidth = std::min(settings.hardwareBandwidth, usablePart * hardwareRateOf(settings));
+    settings.outputBandwidth =
+        std::min(settings.outputBandwidth, usablePart * captureRateHz / settings.decimation);
     std::vector<StreamLists> lists;
-    for (HXRDevice* unit : groupUnits(master))
-        lists.push_back(UnitPlanner(master, *unit, static_cast<int>(lists.size())).plan());
+    for (const UnitToPlan& unit : units) {
+        const auto position = static_cast<int>(lists.size());
+        lists.push_back(UnitPlanner(settings, unit, position, static_cast<int>(units.size())).plan());
+    }
     return lists;
 }
 

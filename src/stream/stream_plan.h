@@ -2,11 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
-#include "device/hxr_device.h"
+#include "cal/correction_state.h"
+#include "device/settings.h"
 #include "link/command_list.h"
+#include "link/gps_fix.h"
+#include "rf/lo_context.h"
 #include "stream/filter_design.h"
 
 namespace hxr {
@@ -15,13 +19,21 @@ namespace hxr {
 struct StreamLists {
     CommandList config;
     CommandList start;
+    bool seedsTime = false;  ///< `config` sets the unit's date and time
 };
 
-/// Plans the stream of a group, for each of its units in order. Limits the master's `hardwareBandwidth` and
-/// `outputBandwidth` to what the rates carry and writes its `streamCorrection`. A unit whose date and time nobody has set
-/// is asked for a status record.
+/// One unit of a group whose stream is planned.
+struct UnitToPlan {
+    LoContext& synthesizers;  ///< as the list leaves them
+    const CorrectionState& corrections;
+    std::uint16_t port;              ///< of this host, for its samples
+    std::optional<GpsFix> timeSeed;  ///< what its date and time registers are set to
+};
+
+/// Plans the stream of a group, for each of its units in order. Limits `hardwareBandwidth` and `outputBandwidth` to what
+/// the rates carry and writes `streamCorrection`.
 /// @throws std::bad_alloc
-std::vector<StreamLists> planStream(HXRDevice& master);
+std::vector<StreamLists> planStream(Settings& settings, std::span<const UnitToPlan> units);
 
 /// Appends the block that loads the receiver's decimation filter: the first half of its taps and the middle one, as
 /// integers of which all 189 sum up to 2^19.

@@ -1,16 +1,15 @@
-#include "device/hxr_device.h"
+#include "device/group_access.h"
 #include "sweep/sweep_engine.h"
 #include "sweep/sweep_plan.h"
 
 namespace hxr {
 
-HXRStatus configureSweep(HXRDevice& master) {
-    const auto position = static_cast<std::size_t>(master.focusChannel / words::channelsPerUnit);
-    const int channel = master.focusChannel % words::channelsPerUnit;
-    HXRDevice& unit = *groupUnits(master)[position];
-    PlannedSweep planned = planSweep(master, {unit.loContext, *unit.corrections, channel});
-    master.sweepEngine = std::make_unique<SweepEngine>(unit, channel, master, std::move(planned));
-    return hxrNoError;
+std::shared_ptr<SweepEngine> configureSweep(std::span<const UnitAccess> group, const Settings& settings) {
+    const auto position = static_cast<std::size_t>(settings.focusChannel / words::channelsPerUnit);
+    const int channel = settings.focusChannel % words::channelsPerUnit;
+    HXRDevice& unit = *group[position].device;
+    PlannedSweep planned = planSweep(settings, {unit.loContext, *unit.corrections, channel});
+    return std::make_shared<SweepEngine>(unit, channel, settings, std::move(planned));
 }
 
 }  // namespace hxr

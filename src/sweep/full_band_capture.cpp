@@ -1,7 +1,5 @@
 #include "sweep/full_band_capture.h"
 
-#include <mutex>
-
 #include "device/health.h"
 #include "device/setting_limits.h"
 #include "sweep/sample_block.h"
@@ -22,8 +20,8 @@ void configureFullBand(HXRDevice& device, const FullBandRequest& request) {
     device.fullBandConfigured = true;
 }
 
-void takeCapture(HXRDevice& device, const FullBandPlan& plan, float* iq) {
-    const auto [complete, received] = device.link->request(plan.commands);
+void takeCapture(HXRDevice& device, const ControlClaim& control, const FullBandPlan& plan, float* iq) {
+    const auto [complete, received] = device.link->request(control, plan.commands);
     const auto blocks = static_cast<std::size_t>(plan.blocks);
     for (std::size_t i = 0; i < blocks; ++i) takeBlock(received, i, iq + i * 2 * samplesPerBlock);
     if (!complete) return;
@@ -31,10 +29,18 @@ void takeCapture(HXRDevice& device, const FullBandPlan& plan, float* iq) {
     parseStatus(device, &record);
 }
 
+/// Whether a sweep or a stream is in place on a unit or on the group that it belongs to.
+bool acquires(const HXRDevice& device) {
+    const auto configured = [](const HXRDevice& unit) {
+        return unit.sweepConfigured || unit.streamConfigured;
+    };
+    return configured(device) || (device.isSlave() && configured(*device.master));
+}
+
 }  // namespace
 
-HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq) {
-    if (device.sweepConfigured || device.streamConfigured) return hxrInvalidConfigurationErr;
+HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq, InterfaceLock& lock) {
+    if (acquires(device)) return hxrInvalidConfigurationErr;
     if (!inputLimits.contain(request.channel) || !attenuatorIndexLimits.contain(request.tuning.attenuator) ||
         !captureBlockLimits.contain(request.blocks)) {
         return hxrInvalidParameterErr;
@@ -42,11 +48,15 @@ HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq)
     double& loHz = request.tuning.loHz;
     const HXRStatus limited = request.reconfigure ? storeWithin(fullBandLoLimits, loHz, loHz) : hxrNoError;
     if (limited < 0) return limited;
-    const std::unique_lock control(device.acquisitionMutex, std::try_to_lock);
-    if (!control.owns_lock()) return hxrInvalidConfigurationErr;
+    const ControlClaim control = device.link->claimControl(EndpointOwner::entry);
+    if (!control) return hxrInvalidConfigurationErr;
 
+    useOverrides(device);
     configureFullBand(device, request);
-    takeCapture(device, *device.fullBandPlan, iq);
+    {
+        const Unlocked traffic(lock);
+        takeCapture(device, control, *device.fullBandPlan, iq);
+    }
     const HXRStatus status = statusOfCapture(device, request.channel);
     return status == hxrNoError ? limited : status;
 }

@@ -20,6 +20,6 @@ struct FullBandRequest {
 /// @param iq  receives `blocks` x 2048 complex samples, full scale 1.0; zeros where none came
 /// @return as hxrAdminGetFullBandIQ
 /// @throws std::bad_alloc, with nothing sent
-HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq);
+HXRStatus captureFullBand(HXRDevice& device, FullBandRequest request, float* iq, InterfaceLock& lock);
 
 }  // namespace hxr

@@ -14,7 +14,7 @@ PacketPipeline::PacketPipeline(DeviceInterface& link, Consume consume)
       consume_(std::move(consume)),
       thread_("Sweep USB Thread", platform::ThreadPriority::timeCritical, [this] { run(); }) {}
 
-void PacketPipeline::enqueue(const CommandList& commands) {
+void PacketPipeline::enqueue(const CommandList& commands, UDPDevice& control) {
     const std::lock_guard lock(queueLock_);
     if (queueIsEmpty()) {
         sendQueue_.clear();
@@ -25,6 +25,7 @@ void PacketPipeline::enqueue(const CommandList& commands) {
         const std::uint32_t replies = commands.dataReplies()[i] + commands.statusReplies()[i];
         sendQueue_.push_back({commands.packet(i).data(), replies, replies});
     }
+    endpoint_ = &control;
     wake_.notify_one();
 }
 

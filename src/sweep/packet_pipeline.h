@@ -52,8 +52,9 @@ class PacketPipeline {
     PacketPipeline& operator=(const PacketPipeline&) = delete;
 
     /// Queues all packets of a list, which stays in place until their replies have been consumed.
+    /// @param control  the claimed control endpoint of the link; the claim lasts until then or until `stop` returns
     /// @throws std::bad_alloc, with nothing queued
-    void enqueue(const CommandList& commands);
+    void enqueue(const CommandList& commands, UDPDevice& control);
 
     /// Drops what has not gone out, receives and throws away what is still due, and ends the thread: the link is in
     /// order for whoever comes next. The consumer must not wait any more.
@@ -94,16 +95,17 @@ class PacketPipeline {
     void withdrawUnsent();
     void drain();
 
-    UDPDevice& endpoint() { return link_.control(); }
+    UDPDevice& endpoint() { return *endpoint_; }
 
     DeviceInterface& link_;
     Consume consume_;
 
-    std::mutex queueLock_;  ///< guards the next four
+    std::mutex queueLock_;  ///< guards the next five
     std::condition_variable wake_;
     std::vector<Packet> sendQueue_;
     std::size_t nextQueued_ = 0;  ///< of the queue, the first that isn't taken
     bool running_ = true;
+    UDPDevice* endpoint_ = nullptr;  ///< changes only while the thread has nothing to do
 
     // The thread's own.
     FixedQueue<Packet, mostOutstanding> unsent_;  ///< taken from the queue

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 #include <numeric>
+#include <utility>
 
 #include "device/health.h"
 #include "device/hxr_device.h"
@@ -44,42 +45,52 @@ class SweepEngine::Run {
         }
     }
 
-    ~Run() {
-        ring_.stop();
-        pipeline_->stop();
-        for (platform::Thread& worker : workers_) worker.join();
-        if (started_) unit_.acquisitionMutex.unlock();
-    }
+    ~Run() { stop(); }
 
     HXRStatus start() {
-        if (!unit_.acquisitionMutex.try_lock()) return hxrSweepAlreadyStartedErr;
-        try {
-            if (!trace_)
-                trace_ = platform::makeAlignedArray<float>(static_cast<std::size_t>(traceStart_.back()));
-            beginRun();
-        } catch (const std::bad_alloc&) {
-            unit_.acquisitionMutex.unlock();
-            return hxrMemoryAllocationErr;
+        ControlClaim control = unit_.link->claimControl(EndpointOwner::sweep);
+        if (!control) {
+            const bool sweeping = unit_.link->control().owner() == EndpointOwner::sweep;
+            return sweeping ? hxrSweepAlreadyStartedErr : hxrInvalidConfigurationErr;
         }
+        if (!trace_) trace_ = platform::makeAlignedArray<float>(static_cast<std::size_t>(traceStart_.back()));
+        beginRun(*control);
+        control_ = std::move(control);
         return hxrNoError;
     }
 
-    HXRStatus finish(float* sweep) {
-        if (!started_) return hxrSweepNotStartedErr;
+    HXRStatus finish(float* sweep, InterfaceLock& lock) {
+        if (!control_) return hxrSweepNotStartedErr;
+        if (std::exchange(finishing_, true)) return hxrInvalidConfigurationErr;
         {
-            std::unique_lock lock(progress_);
-            progressMade_.wait(lock,
-                               [this] { return stepsLeft_ == 0 && dataLeft_ == 0 && statusLeft_ == 0; });
+            const Unlocked waiting(lock);
+            if (waitForEnd() && sweep != nullptr) copyTrace(sweep);
         }
-        if (sweep != nullptr) copyTrace(sweep);
+        finishing_ = false;
+        if (!control_) return hxrInvalidConfigurationErr;  // whoever stopped the engine has it
         const HXRStatus status = statusOfRun();
-        started_ = false;
-        unit_.acquisitionMutex.unlock();
+        control_.release();
         return status;
     }
 
+    bool hasControlOf(const HXRDevice& unit) const { return &unit == &unit_ && control_; }
+
+    ControlClaim takeControl() { return std::move(control_); }
+
+    void stop() {
+        {
+            const std::lock_guard lock(progress_);
+            stopped_ = true;
+            progressMade_.notify_all();
+        }
+        ring_.stop();
+        if (pipeline_) pipeline_->stop();
+        for (platform::Thread& worker : workers_) worker.join();
+    }
+
   private:
-    void beginRun();
+    void beginRun(UDPDevice& control);
+    bool waitForEnd();
     void consumeReplies(const ReceiveResult& received, int count);
     void transformSteps(SweepFft& fft);
     void copyTrace(float* sweep) const;
@@ -98,19 +109,21 @@ class SweepEngine::Run {
     std::array<SweepFft, 2> stepFft_;
     std::vector<std::int64_t> traceStart_;  ///< where each step's bins stand in the trace, and its end
     platform::AlignedArray<float> trace_;   ///< made by the first start
-    std::atomic<bool> started_ = false;
+    ControlClaim control_;                  ///< of a sweep that has been started
+    bool finishing_ = false;                ///< a thread is in `finish`
 
-    std::mutex progress_;  ///< guards the three counts
+    std::mutex progress_;  ///< guards the next four
     std::condition_variable progressMade_;
     std::int64_t dataLeft_ = 0;    ///< datagrams still to come
     std::int64_t statusLeft_ = 0;  ///< status datagrams still to come
     std::int32_t stepsLeft_ = 0;   ///< not yet transformed
+    bool stopped_ = false;
 
     std::array<platform::Thread, 2> workers_;
     std::unique_ptr<PacketPipeline> pipeline_;
 };
 
-void SweepEngine::Run::beginRun() {
+void SweepEngine::Run::beginRun(UDPDevice& control) {
     const auto sum = [](const std::vector<std::uint32_t>& counts) {
         return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
     };
@@ -121,8 +134,15 @@ void SweepEngine::Run::beginRun() {
         statusLeft_ = sum(commands_.statusReplies());
         stepsLeft_ = plan_.stepCount;
     }
-    pipeline_->enqueue(commands_);
-    started_ = true;
+    pipeline_->enqueue(commands_, control);
+}
+
+/// @return false if the engine is stopped before the sweep's end
+bool SweepEngine::Run::waitForEnd() {
+    std::unique_lock lock(progress_);
+    const auto isOver = [this] { return stepsLeft_ == 0 && dataLeft_ == 0 && statusLeft_ == 0; };
+    progressMade_.wait(lock, [&] { return stopped_ || isOver(); });
+    return isOver();
 }
 
 /// Datagrams come in the order in which they were caused: all samples of a sweep, then its status.
@@ -185,6 +205,12 @@ const SweepResult& SweepEngine::result() const { return run_->result; }
 
 HXRStatus SweepEngine::start() { return run_->start(); }
 
-HXRStatus SweepEngine::finish(float* sweep) { return run_->finish(sweep); }
+HXRStatus SweepEngine::finish(float* sweep, InterfaceLock& lock) { return run_->finish(sweep, lock); }
+
+bool SweepEngine::hasControlOf(const HXRDevice& unit) const { return run_->hasControlOf(unit); }
+
+ControlClaim SweepEngine::takeControl() { return run_->takeControl(); }
+
+void SweepEngine::stop() { run_->stop(); }
 
 }  // namespace hxr

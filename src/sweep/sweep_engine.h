@@ -5,9 +5,12 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <span>
 
+#include "device/interface_lock.h"
 #include "device/settings.h"
 #include "hxr_api.h"
+#include "link/endpoint_claim.h"
 #include "platform/aligned_memory.h"
 #include "platform/thread.h"
 
@@ -15,12 +18,13 @@ namespace hxr {
 
 struct HXRDevice;
 struct PlannedSweep;
+struct UnitAccess;
 
 /// Runs a sweep plan, any number of times: one thread keeps the unit busy and takes its samples in, two transform them
 /// step by step, each straight into its stretch of the trace.
 ///
-/// From `start` to `finish` it holds the `acquisitionMutex` of the unit that sweeps, whose control endpoint it uses.
-/// Starting and finishing may be done by two threads; ending the engine belongs to the one that aborts.
+/// From `start` to `finish` it owns the control endpoint of the unit that sweeps. All operations are called under the
+/// interface lock, which `finish` gives back while it waits; `stop` is called without it.
 class SweepEngine {
   public:
     /// @param unit     the unit that sweeps; outlives the engine
@@ -28,7 +32,6 @@ class SweepEngine {
     /// @throws std::bad_alloc, std::system_error
     SweepEngine(HXRDevice& unit, int channel, const SweepSettings& settings, PlannedSweep planned);
 
-    /// Ends a running sweep without its result, with the link in order behind it.
     ~SweepEngine();
     SweepEngine(const SweepEngine&) = delete;
     SweepEngine& operator=(const SweepEngine&) = delete;
@@ -36,14 +39,26 @@ class SweepEngine {
     /// What the plan has made of the settings.
     const SweepResult& result() const;
 
-    /// @return `hxrNoError`; `hxrSweepAlreadyStartedErr` if the unit's control endpoint is in use;
-    ///         `hxrMemoryAllocationErr`, with nothing started
+    /// @return `hxrNoError`; `hxrSweepAlreadyStartedErr`; `hxrInvalidConfigurationErr` if somebody else owns the control
+    ///         endpoint
+    /// @throws std::bad_alloc, with nothing started
     HXRStatus start();
 
     /// Waits for the sweep's end.
     /// @param sweep  receives `result().points` values; may be null
-    /// @return as `hxrSweepFinish`
-    HXRStatus finish(float* sweep);
+    /// @return as `hxrSweepFinish`; `hxrInvalidConfigurationErr` if the engine is stopped meanwhile or another thread is
+    ///         finishing the sweep
+    HXRStatus finish(float* sweep, InterfaceLock& lock);
+
+    /// Whether a sweep of this engine owns the control endpoint of a unit.
+    bool hasControlOf(const HXRDevice& unit) const;
+
+    /// Hands the endpoint over to whoever stops the engine.
+    ControlClaim takeControl();
+
+    /// Ends the threads, and a running sweep without its result, with the link in order behind it. The engine doesn't use
+    /// the unit any more.
+    void stop();
 
   private:
     class Run;
@@ -51,8 +66,7 @@ class SweepEngine {
 };
 
 /// Plans a sweep of the focus channel of a group and makes the engine that runs it.
-/// @return `hxrNoError`
 /// @throws std::bad_alloc, std::system_error, with no engine made
-HXRStatus configureSweep(HXRDevice& master);
+std::shared_ptr<SweepEngine> configureSweep(std::span<const UnitAccess> group, const Settings& settings);
 
 }  // namespace hxr

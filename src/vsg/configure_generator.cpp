@@ -1,16 +1,16 @@
-#include "device/hxr_device.h"
+#include "device/group_access.h"
 #include "vsg/generator_engine.h"
 #include "vsg/generator_plan.h"
 
 namespace hxr {
 
-HXRStatus configureGenerator(HXRDevice& master) {
+bool configureGenerator(const UnitAccess& master, Settings& settings) {
+    HXRDevice& device = *master.device;
     const CommandList list =
-        planGenerator(master, master.sharedFreq, master.loContext, *master.corrections->image);
-    if (list.packetCount() == 0) return hxrNoError;
-    master.link->sendList(list);
-    master.vsgConfigured = true;
-    return hxrNoError;
+        planGenerator(settings, settings.sharedFreq, device.loContext, *device.corrections->image);
+    if (list.packetCount() == 0) return false;
+    device.link->sendList(master.control, list);
+    return true;
 }
 
 }  // namespace hxr

@@ -1,16 +1,17 @@
 #pragma once
 
-#include "hxr_api.h"
+#include "device/settings.h"
 
 namespace hxr {
 
-struct HXRDevice;
+struct UnitAccess;
 
 /// Plans the generator of a group's master and starts it. It plays on by itself until it is switched off, so there is
 /// nothing to keep. Whether the unit got all of it shows in its link.
 ///
-/// @return `hxrNoError`
+/// @param settings  of the group; receives the attenuator and the scale that are used
+/// @return whether it plays: false for an empty pattern
 /// @throws std::bad_alloc, with nothing sent
-HXRStatus configureGenerator(HXRDevice& master);
+bool configureGenerator(const UnitAccess& master, Settings& settings);
 
 }  // namespace hxr

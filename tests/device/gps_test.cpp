@@ -89,18 +89,18 @@ TEST_F(Gps, AnswersFromTheLastStatusWhileSomeoneElseReads) {
     int state = -1;
     readGpsState(device, state);
     unit.takeSent();
-    ASSERT_TRUE(device.acquisitionMutex.try_lock());
+    ControlClaim somebodyElse = controlOf(device);
     GpsInfo info{};
     EXPECT_EQ(readGpsState(device, state), hxrNoError);
     EXPECT_EQ(state, gpsFix);
     EXPECT_EQ(readGpsInfo(device, true, info), hxrNoError);
     EXPECT_TRUE(unit.takeSent().empty());
-    device.acquisitionMutex.unlock();
+    somebodyElse.release();
 
     // Nobody answers: the state is the last that was known.
     EXPECT_EQ(readGpsState(device, state), hxrConnectionLostErr);
     EXPECT_EQ(state, gpsFix);
-    EXPECT_TRUE(device.acquisitionMutex.try_lock());
+    EXPECT_TRUE(controlOf(device));
 }
 
 TEST_F(Gps, InfoIsWhatTheFixSays) {

@@ -34,7 +34,7 @@ class Group {
             units[i]->control->onSend = [this, i] { sent_.emplace_back(i, units[i]->takeSent().front()); };
             if (i == 0) continue;
             master().slaves.push_back(units[i]->device.get());
-            units[i]->device->isSlave = true;
+            units[i]->device->master = &master();
             units[i]->answer(StatusDatagram().put16(284, 25 << 4));
         }
         master().channelCount = static_cast<int>(4 * size);
@@ -144,7 +144,8 @@ TEST_P(AbortLists, GoOutMasterFirst) {
     for (std::size_t i = 0; i < GetParam(); ++i) {
         const auto port = static_cast<std::uint16_t>(4991 + i);
         const char* const ports[] = {"0E00137F", "0E001380", "0E001381", "0E001382"};
-        ASSERT_EQ(group.units[i]->device->link->openDataSocket(port), hxrNoError);
+        DeviceInterface& link = *group.units[i]->device->link;
+        ASSERT_EQ(link.openDataSocket(link.claimData(EndpointOwner::entry), port), hxrNoError);
         const std::string stop = "0 0 0 " + std::string(ports[i]) + ' ' + generatorOff + ' ';
         kept.emplace_back(i, registerWords(0, stop + "05002672"));
         off.emplace_back(i, registerWords(0, stop + loOff + " 05002672"));

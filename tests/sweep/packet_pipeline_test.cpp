@@ -201,7 +201,8 @@ class Flow {
 
     /// Lists stay in place until the pipeline is stopped.
     void enqueue(const std::vector<std::uint32_t>& blocks) {
-        pipeline_->enqueue(lists_.emplace_back(listOf(blocks)));
+        if (!control_) control_ = link.claimControl(EndpointOwner::sweep);
+        pipeline_->enqueue(lists_.emplace_back(listOf(blocks)), *control_);
     }
     void stop() { pipeline_->stop(); }
     void run() {
@@ -258,6 +259,7 @@ class Flow {
     std::condition_variable changed_;
     bool held_ = false;
     std::deque<CommandList> lists_;
+    ControlClaim control_;
     std::unique_ptr<PacketPipeline> pipeline_;
 };
 

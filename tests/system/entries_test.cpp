@@ -162,14 +162,13 @@ TEST_F(Entries, AskTheUnitAtMostOnceASecond) {
     EXPECT_EQ(unit.recording().counts().statusReplies, 1U);
 
     // While a sweep owns the control endpoint, the last values do.
-    ASSERT_TRUE(device(handle).acquisitionMutex.try_lock());
+    ControlClaim sweep = device(handle).link->claimControl(EndpointOwner::sweep);
     clock.advance(5000ms);
     EXPECT_EQ(hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr), hxrNoError);
     EXPECT_EQ(unit.recording().counts().statusReplies, 1U);
-    device(handle).acquisitionMutex.unlock();
+    sweep.release();
     hxrGetDeviceDiagnostics(handle, &supply, nullptr, nullptr);
     EXPECT_EQ(unit.recording().counts().statusReplies, 2U);
-    EXPECT_TRUE(device(handle).acquisitionMutex.try_lock());
 }
 
 TEST_F(Entries, SetTheFan) {

@@ -133,7 +133,7 @@ TEST_F(Faults, WhatIsNoStatusTellsNothingOfTheUnit) {
     sim::SimulatedUnit& unit = startUnit();
     onReply(firstStatus, ReplyFault::setLength(319))(unit);
     ASSERT_EQ(connect(), hxrNoError);
-    EXPECT_EQ(device(handle).link->serialNumber(), unknownSerial);
+    EXPECT_EQ(device(handle).link->serialNumber(), 0xFFFFFFFF);
     EXPECT_FALSE(device(handle).link->timeSeeded());
     EXPECT_TRUE(!std::filesystem::exists(machineFolder) || std::filesystem::is_empty(machineFolder));
 }
@@ -185,7 +185,8 @@ TEST_F(Faults, OfASlaveEndTheWalkOverItsGroup) {
     ASSERT_EQ(pair(1), hxrNoError);
     units[1]->faults().silenceAfterReplies(0);
     clock.shortenTimeouts(20);
-    device(1).link->readStatus(std::make_unique<StatusRecord>().get());
+    device(1).link->readStatus(device(1).link->claimControl(EndpointOwner::entry),
+                               std::make_unique<StatusRecord>().get());
     EXPECT_EQ(hxrSetFanEnabled(handle, 0), hxrConnectionLostErr);  // the slave's status
     EXPECT_EQ(hxrSetLowPowerState(handle), hxrNoError);            // the master's
     EXPECT_EQ(hxrCloseDevice(handle), hxrNoError);

@@ -202,10 +202,10 @@ TEST_F(Service, ReadsNothingBackWhereItCannot) {
         EXPECT_EQ(readBack(which, 4, 0, bytes), hxrInvalidParameterErr);
         EXPECT_EQ(readBack(which, 0, -1, bytes), hxrInvalidParameterErr);
     }
-    ASSERT_TRUE(device(handle).acquisitionMutex.try_lock());  // as a sweep under way
+    ControlClaim sweep = device(handle).link->claimControl(EndpointOwner::sweep);
     EXPECT_EQ(readBack(Which::low, 0, 0, bytes), hxrInvalidConfigurationErr);
     EXPECT_EQ(hxrAdminConfigureForCBBReadback(handle), hxrInvalidConfigurationErr);
-    device(handle).acquisitionMutex.unlock();
+    sweep.release();
     EXPECT_EQ(datagramsAt(unit), 0U);
 
     unit.faults().add({.kind = ReplyKind::status}, ReplyFault::setMagic(0));
@@ -258,7 +258,7 @@ TEST_F(Service, StoresWhatItIsTold) {
         {hxrNoError, DO(hxrAdminSetCorrectionIndex(h, 6)), DO(atIndex(5, 1))},
         {hxrNoError, DO(hxrAdminSetCorrectionMode(h, false)), DO(!atIndex(5, 1))},
         {hxrNoError, DO(hxrAdminSetLOFT(h, -70'000, 7)),
-         DO((lookupLoft(corrections, 2, 300) == LoftPair{-70'000, 7}))},
+         DO((useOverrides(device(h)), lookupLoft(corrections, 2, 300) == LoftPair{-70'000, 7}))},
         {hxrNoError, DO(hxrAdminHasPretestCorrections(h, &has)), DO(has)},
         {hxrNoError, DO((image.loftI[0][0] = -1, hxrAdminHasPretestCorrections(h, &has))), DO(!has)},
         {hxrNoError, DO(hxrAdminHasChamberCorrections(h, &has)), DO(has)},

@@ -490,24 +490,7 @@ TEST_F(SettingsOfAGroup, LeadStreamsToVrtDestinationsAndBack) {
         EXPECT_EQ(destinationOf(*units[0], input), host + ":5000");
         EXPECT_EQ(destinationOf(*units[1], input), host + ":5100");
     }
-    EXPECT_EQ(device(handle + 1).link->data().localPort(), 5100);
-}
-
-TEST_F(SettingsOfAGroup, AreLockedWhereTheyReachAnInitiatedUnit) {
-    const std::vector<int> all(8, 1);
-    device(handle).initiated = true;
-    run({{CALL(hxrSetChannelConfig(h, all.data(), 1)), hxrInvalidConfigurationErr},
-         {CALL(hxrSetStreamMode(h, 1)), hxrInvalidConfigurationErr},
-         {CALL(hxrSetStreamLocalAddr(h, 1, 5100)), hxrInvalidConfigurationErr},
-         {CALL(hxrSetStreamVrtAddr(h, -1, "10.1.2.3", 1, 1)), hxrInvalidConfigurationErr},
-         {CALL(hxrSetStreamVrtAddr(h, 4, "10.1.2.3", 4991, 0)),
-          hxrNoError,
-          {{"slave vrtDestAddress 0", "10.1.2.3"}}},
-         {CALL(hxrSetSharedFreq(h, 2e9)), hxrNoError, {{"sharedFreq", 2e9}}}});
-    device(handle).initiated = false;
-    device(handle + 1).initiated = true;
-    run({{CALL(hxrSetStreamLocalAddr(h, 1, 5100)), hxrInvalidConfigurationErr},
-         {CALL(hxrSetStreamMode(h, 1)), hxrInvalidConfigurationErr, {{"localStream", 0.0}}, {1, 0}}});
+    EXPECT_EQ(device(handle + 1).link->data()->localPort(), 5100);
 }
 
 TEST_F(SettingsOfAGroup, SayWhenAUnitCannotBeTold) {
