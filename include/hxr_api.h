@@ -15,14 +15,15 @@
  * and nothing was done or the operation stopped; a positive value is a warning, and the operation completed. Arguments
  * are checked in this order: the handle, pointers, values. What is refused changes nothing.
  *
- * Threads. Every entry runs on the caller's thread, which must not be cancelled in it. Entries that open and close
- * (hxrConnectDevice, hxrPairDevice, hxrCloseDevice) must not overlap any other entry with a handle; the other entries
- * may be called for different handles at the same time, and for one handle by one thread at a time unless an entry says
- * otherwise.
+ * Threads. Every entry runs on the caller's thread, which must not be cancelled in it. All entries may be called from any
+ * thread at any time. A unit serves one user at a time: an entry that talks to a unit while another call, a sweep or a stream is doing so returns
+ * hxrInvalidConfigurationErr and changes nothing. Entries that read health, GPS or lock flags then answer from the unit's
+ * last status. Settings may be made and read at any time. hxrAbort and hxrCloseDevice end a sweep or a stream that another
+ * thread is waiting for; hxrSweepFinish and hxrStreamRecv then return hxrInvalidConfigurationErr.
  *
  * Memory. Every entry that returns an HXRStatus may return hxrMemoryAllocationErr; hxrCloseDevice never does.
- * Nothing is done then, but by an entry that tells units something at once: it may have stored its value, or told some
- * of them.
+ * After this error nothing has changed, except for entries that send to the units immediately: these may have stored the
+ * value or reached some of the units.
  *
  * Languages. The header compiles as C11 with the plain entries, and as C++20 with all of them. Nothing is thrown
  * across the interface.
@@ -427,17 +428,18 @@ HXR_API HXRStatus hxrSetStreamTriggerEdge(int handle, unsigned edge);
  * once.
  *
  * @param mode  0 this host, where every unit begins; 1 the destinations set by hxrSetStreamVrtAddr
- * @return hxrInvalidParameterErr; hxrInvalidConfigurationErr while initiated; hxrConnectionLostErr if a unit's link is
- *         lost, with that unit and those behind it left as they were
+ * @return hxrInvalidParameterErr; hxrInvalidConfigurationErr while initiated or while a unit that is to change is in use;
+ *         hxrConnectionLostErr if a unit's link is lost, with that unit and those behind it left as they were
  */
 HXR_API HXRStatus hxrSetStreamMode(int handle, unsigned mode);
 
 /**
- * Moves the data socket of one unit of an idle group to another UDP port, at both ends; 4991 at first. The unit is told
- * at once, and with VRT destinations in force its streams are led back to this host.
+ * Moves the data socket of one unit of a group to another UDP port, at both ends; 4991 at first. The unit is told
+ * at once, and with VRT destinations in force its streams are led back to this host. Not while the group streams.
  *
  * @param unit  position in the group, 0 the master
- * @return hxrInvalidParameterErr for a position outside; hxrInvalidConfigurationErr while initiated, with nothing done;
+ * @return hxrInvalidParameterErr for a position outside; hxrInvalidConfigurationErr while the group streams or the unit is in
+ *         use, with nothing done;
  *         hxrInvalidConfigurationErr too for the port of the control link and on a lost link, with the port kept, the
  *         unit told if it can be, and the socket as it was
  */
@@ -447,12 +449,13 @@ HXR_API HXRStatus hxrSetStreamLocalAddr(int handle, int unit, uint16_t port);
  * Sets where the VRT packets of a channel go; 192.168.2.2, port 4991 and no hardware address at first. A unit with VRT
  * destinations in force is told at once, another when hxrSetStreamMode calls for them.
  *
- * @param channel  of the group. What a slave sends can be led elsewhere while its group streams, the master's not.
+ * @param channel  of the group
  * @param address  IPv4 address, dotted decimal; not checked: what is no address sends to nowhere
  * @param port     UDP port
  * @param mac      hardware address in the low 48 bits, first byte highest; not looked up
- * @return hxrNullPointerErr; hxrInvalidParameterErr for a channel outside; hxrInvalidConfigurationErr while the
- *         channel's unit is initiated by its own handle; hxrConnectionLostErr if the unit could not be told, with the destination kept
+ * @return hxrNullPointerErr; hxrInvalidParameterErr for a channel outside; hxrInvalidConfigurationErr while the group
+ *         streams or, with VRT destinations in force, while the unit is in use; hxrConnectionLostErr if the unit could not
+ *         be told, with the destination kept
  */
 HXR_API HXRStatus hxrSetStreamVrtAddr(int handle, int channel, const char* address, uint16_t port,
                                       uint64_t mac);
@@ -490,8 +493,9 @@ HXR_API HXRStatus hxrStreamParameters(int handle, int* channelCount, double* sam
 /**
  * Waits for the next `count` samples of all streaming channels, of one and the same instant on all of them.
  *
- * The library keeps 2^24 samples of each channel, a third of a second at 50 MS/s. Who fetches later loses all of them,
- * and is told by `sampleLoss`. One thread at a time; health, GPS and sweep entries may be used beside it, hxrAbort not.
+ * The library keeps 2^24 samples of each channel, a third of a second at 50 MS/s. If they are fetched later, all of them
+ * are lost, and `sampleLoss` says so. One thread at a time: another one gets hxrInvalidConfigurationErr. hxrAbort ends the
+ * wait.
  *
  * @param buffers           one for each streaming channel, lowest first, with room for `count` samples: pairs of 16-bit
  *                          integers, or of floats whose squared magnitude is the power in mW, or with full scale 1.0
@@ -506,8 +510,8 @@ HXR_API HXRStatus hxrStreamParameters(int handle, int* channelCount, double* sam
  * @param triggers          receives the places of triggers, counted from the first sample, perhaps with a fraction; -1.0
  *                          behind the last one. May be null if `triggerBufSize` is 0.
  * @param triggerBufSize    room for triggers; further ones are dropped
- * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr without a stream to this host; hxrInvalidParameterErr for a
- *         negative size; hxrNullPointerErr; hxrConnectionLostErr if a unit stopped answering: what had come before is in
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr without a stream to this host, or if it is aborted meanwhile;
+ *         hxrInvalidParameterErr for a negative size; hxrNullPointerErr; hxrConnectionLostErr if a unit stopped answering: what had come before is in
  *         the buffers, zeros behind. With all samples in the buffers, the first that is true of hxrDDRBufferOverflow,
  *         for the rest of the stream; hxrConnectionLostErr, likewise; hxrUncalData, once; hxrADCOverflow, once
  */
@@ -646,7 +650,7 @@ HXR_API HXRStatus hxrSetVSGPattern(int handle, const void* samples, int count, u
  * A link that is lost on the way is not reported here: the next entry that reports the link does.
  *
  * @return hxrNoError, also with nothing enabled; hxrInvalidDeviceErr; hxrInvalidConfigurationErr for a sweep without
- *         its channel; hxrMemoryAllocationErr, with nothing started
+ *         its channel, or while another call is using a unit of the group; hxrMemoryAllocationErr, with nothing started
  */
 HXR_API HXRStatus hxrInitiate(int handle);
 
@@ -654,8 +658,9 @@ HXR_API HXRStatus hxrInitiate(int handle);
  * Ends all acquisition and stops the generator: the group is idle. Unless hxrAdminSetDisableLOOnAbort says otherwise the
  * synthesizers are switched off. A sweep that was started and not finished ends without its result.
  *
- * @return hxrNoError, at once and without any traffic on an idle group; hxrInvalidDeviceErr; hxrConnectionLostErr if
- *         the master's link is lost, with the group idle all the same
+ * @return hxrNoError, at once and without any traffic on an idle group; hxrInvalidDeviceErr; hxrInvalidConfigurationErr
+ *         while another call is using a unit of the group, with nothing changed; hxrConnectionLostErr if the master's link
+ *         is lost, with the group idle all the same
  */
 HXR_API HXRStatus hxrAbort(int handle);
 
@@ -738,7 +743,7 @@ HXR_API HXRStatus hxrGetGPSTimebaseUpdate(int handle, unsigned* on);
 HXR_API HXRStatus hxrGetGPSHoldoverInfo(int handle, int* usingHoldover, uint64_t* lastTime);
 
 /**
- * Gives the state of GPS, from a new status unless a sweep is under way: 0 no usable fix, 1 a good fix, 2 a good fix
+ * Gives the state of GPS, from a new status unless the unit is in use: 0 no usable fix, 1 a good fix, 2 a good fix
  * with the unit disciplining its timebase. A good fix knows the time to better than 250 ns.
  *
  * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrConnectionLostErr, with the last known state written
@@ -748,7 +753,7 @@ HXR_API HXRStatus hxrGetGPSState(int handle, int* state);
 /**
  * Gives time and place of the last fix, whatever its quality; each output may be null.
  *
- * @param refresh              1: from a new status, unless a sweep is under way; else from the last one
+ * @param refresh              1: from a new status, unless the unit is in use; else from the last one
  * @param updated              1 if the status is another one than at the last call, for whichever unit that was
  * @param seconds              since 1970 UTC, of the second that begins next
  * @param latitude, longitude  degrees
@@ -779,7 +784,7 @@ HXR_API HXRStatus hxrWriteMessageToGPS(int handle, uint32_t key, uint64_t value,
  *
  * A change of address takes hold in the unit at once; whoever is connected has to connect anew. A failed transfer makes
  * every later call with the handle answer hxrConnectionLostErr, until the unit is closed and opened again; what is wrong
- * with the arguments is said first. Calls with one handle must not overlap, nor calls that open and close.
+ * with the arguments is said first. Calls from several threads wait for each other.
  *
  * Every entry with a handle returns hxrInvalidDeviceErr for one that belongs to no open unit and hxrConnectionLostErr.
  * @{
@@ -858,8 +863,8 @@ HXR_API HXRStatus hxrGetPairedDevices(int handle, int* count);
  */
 
 /**
- * Gives the lock flags of the synthesizers, one for each channel of the handle's unit, from a new status unless a
- * sweep is under way.
+ * Gives the lock flags of the synthesizers, one for each channel of the handle's unit, from a new status unless the
+ * unit is in use.
  *
  * @param first, second  room for 4 values of 0 or 1; each may be null
  * @return hxrInvalidDeviceErr; hxrConnectionLostErr, with the last known flags written
@@ -880,7 +885,7 @@ HXR_API HXRStatus hxrAdminSetCoarseTuneVal(int handle, uint16_t value);
 
 /**
  * Switches all synthesizers of the handle's unit off and loads the shared one, or the channels' high ones, or both.
- * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr while a sweep is under way; hxrConnectionLostErr
+ * @return hxrInvalidDeviceErr; hxrInvalidConfigurationErr while the unit is in use; hxrConnectionLostErr
  */
 HXR_API HXRStatus hxrAdminInitFullBandLOs(int handle, bool initShared, bool initHigh);
 
@@ -910,7 +915,7 @@ HXR_API HXRStatus hxrAdminConfigureForCBBReadback(int handle);
  * @param channel  0 to 3, for the shared one as well
  * @param index    of the point, 0 or more; beyond the last, 512 or 704, the last counts
  * @param a, b, c  the bytes of the three planes; after an error as they were
- * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrInvalidConfigurationErr while a sweep is under way;
+ * @return hxrInvalidDeviceErr; hxrInvalidParameterErr; hxrInvalidConfigurationErr while the unit is in use;
  *         hxrConnectionLostErr; hxrDataSyncErr if the unit answers with something else than a status
  */
 HXR_API HXRStatus hxrAdminCBBReadback(int handle, bool shared, bool low, int channel, int index,
@@ -983,7 +988,7 @@ HXR_API HXRStatus hxrAdminSetLOFT(int handle, int i, int q);
 
 /**
  * Takes the chamber section of an image in use, unchecked. Tuning data and pretest section stay.
- * @return hxrInvalidDeviceErr, hxrNullPointerErr
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidConfigurationErr while the unit is in use
  */
 HXR_API HXRStatus hxrAdminManualLoadCorrections(int handle, const HXRCalData* data);
 

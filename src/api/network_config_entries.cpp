@@ -1,6 +1,7 @@
 // Units on their USB ports: addresses, firmware and flash.
 
 #include <algorithm>
+#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -14,10 +15,12 @@
 namespace hxr::api {
 namespace {
 
-/// Runs the body of an entry. What the system refuses at a close leaves nothing more to be done with the unit.
+/// Runs the body of an entry, one at a time. What the system refuses at a close leaves nothing more to be done with the
+/// unit.
 template <typename Body>
 HXRStatus usbEntry(Body&& body) noexcept {
     try {
+        const std::unique_lock lock = configNetTable().lock();
         return body();
     } catch (const std::bad_alloc&) {
         return hxrMemoryAllocationErr;

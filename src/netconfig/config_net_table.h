@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <span>
 
 #include "hxr_api.h"
@@ -13,10 +14,12 @@
 
 namespace hxr {
 
-/// The units that this process has open on their USB ports, by handle. It has no lock.
+/// The units that this process has open on their USB ports, by handle. Whoever uses the table or a unit holds its lock.
 class ConfigNetTable {
   public:
     static constexpr int size = 4;
+
+    std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
 
     /// Puts another bus and clock in place for units that are opened from now on.
     void useEnvironment(platform::UsbBus& bus, platform::Clock& clock) {
@@ -49,6 +52,7 @@ class ConfigNetTable {
     void close(int handle);
 
   private:
+    std::mutex mutex_;
     platform::UsbBus* bus_ = &platform::systemUsbBus();
     platform::Clock* clock_ = &platform::systemClock();
     std::array<std::unique_ptr<ConfigNetDevice>, size> devices_;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdlib>
 #include <initializer_list>
 #include <utility>
 
@@ -72,13 +71,15 @@ HXRStatus readReplyWord(ConfigNetDevice& device, Opcode opcode, std::uint16_t ar
 std::optional<std::uint32_t> parseIp(std::string_view text) {
     constexpr std::size_t longest = 15, fields = 4;
     constexpr unsigned highest = 255;
-    if (text.size() > longest || std::ranges::count(text, '.') + 1 < static_cast<std::ptrdiff_t>(fields))
+    if (text.size() > longest || std::ranges::count(text, '.') + 1 != static_cast<std::ptrdiff_t>(fields))
         return std::nullopt;
     std::uint32_t address = 0;
     for (std::size_t i = 0; i < fields; ++i) {
         const std::string_view field = text.substr(0, text.find('.'));
-        const auto value = static_cast<unsigned>(std::atoi(std::string(field).c_str()));
-        if (value > highest) return std::nullopt;
+        unsigned value = 0;
+        const auto [behind, error] = std::from_chars(field.data(), field.data() + field.size(), value);
+        if (error != std::errc() || behind != field.data() + field.size() || value > highest)
+            return std::nullopt;
         address = address << 8 | value;
         text.remove_prefix(std::min(field.size() + 1, text.size()));
     }

@@ -11,7 +11,7 @@
 namespace hxr {
 
 /// The first octet in the top byte.
-/// @return nothing unless the text has at most 15 characters and four fields of at most 255
+/// @return nothing unless the text has at most 15 characters and is four decimal numbers of at most 255 with dots between
 std::optional<std::uint32_t> parseIp(std::string_view text);
 std::string ipText(std::uint32_t address);
 

@@ -239,14 +239,14 @@ TEST_F(NetworkConfig, AddressesAreSetAtOnceAndIfWantedForGood) {
 TEST_F(NetworkConfig, TextsThatAreNoAddressesSendNothing) {
     Fx3Unit& unit = openUnit();
     const std::size_t sent = unit.messages().size();
-    for (const char* ip : {"", "1.2.3", "1.2.3.256", "1.2.-3.4", "1.2.3.4.5.6.7.8.9", "192.168.002.0010"})
+    for (const char* ip : {"", "1.2.3", "1.2.3.256", "1.2.-3.4", "1.2.3.4.5", "192.168.002.0010", "192..2.3",
+                           "192.168.2.x", "1.2.3.", ".1.2.3", " 1.2.3.4", "+1.2.3.4", "1x.2.3.4", "1.2.3.4 "})
         EXPECT_EQ(hxrNetworkConfigSetIP(handle, ip, 1), hxrInvalidParameterErr) << ip;
     for (const char* mac : {"", "00:11:22:33:44:5", "00:11:22:33:44:556", "00:11:22:33:44:5g",
                             "0 :11:22:33:44:55", "-1:11:22:33:44:55", "0x:11:22:33:44:55"})
         EXPECT_EQ(hxrConfigNetSetMAC(handle, mac), hxrInvalidParameterErr) << mac;
     EXPECT_EQ(unit.messages().size(), sent);
     EXPECT_EQ(parseIp("192.168.002.010"), 0xC0A8020AU);
-    EXPECT_EQ(parseIp("1x.2. 3.4y"), 0x01020304U);
     EXPECT_EQ(ipText(0xFF000001), "255.0.0.1");
 
     EXPECT_EQ(hxrNetworkConfigSetIP(handle, nullptr, 1), hxrNullPointerErr);
