@@ -519,6 +519,39 @@ HXR_API HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t*
                                 int* sampleLoss, int* samplesRemaining, double* triggers, int triggerBufSize);
 
 /**
+ * What a stream to this host has counted on one unit since it was started. Counts of the host's ring are those of the whole
+ * group. "Position" is samples of each channel at the output rate since the start, lost ones included.
+ */
+typedef struct HXRStreamStatistics {
+    uint64_t size;           /**< in: bytes of the caller's structure; out: bytes that were written */
+    uint64_t datagrams;      /**< datagrams received, of any kind */
+    uint64_t contextPackets; /**< context packets among them */
+    uint64_t samples;        /**< samples of each channel received, at the unit's rate */
+    uint64_t duplicates;     /**< datagrams that came twice, and were dropped */
+    uint64_t outOfOrder; /**< datagrams that came behind a later one; dropped if their samples were past */
+    uint64_t
+        samplesLost; /**< samples of each channel lost before this host, by the time stamps, at the unit's rate */
+    uint64_t samplesDiscarded; /**< samples of each channel lost in the host's ring, at the output rate */
+    uint64_t overruns;         /**< times that the ring was full and was emptied */
+    uint64_t adcOverflows;     /**< sample packets that report an overdriven converter */
+    uint64_t ringPeak;         /**< most samples of a channel that the ring held at a time; it holds 2^24 */
+    uint64_t longestGapNs;     /**< longest time between two collected requests, nanoseconds */
+    uint64_t lastLossPosition; /**< position of the last loss, of either kind; all ones if there was none */
+    uint64_t lastLossTime;     /**< time of that sample, nanoseconds since 1970; 0 if there was none */
+} HXRStreamStatistics;
+
+/**
+ * Gives the statistics of the stream that runs or, behind its end, of the last one. May be called beside hxrStreamRecv.
+ *
+ * @param unit        position in the group, 0 the master
+ * @param statistics  `size` is to be set to the size of the structure: later versions may have more fields, and a caller
+ *                    gets those that it knows
+ * @return hxrInvalidDeviceErr; hxrNullPointerErr; hxrInvalidParameterErr for a position outside the group or a size below
+ *         8; hxrInvalidConfigurationErr if no stream to this host was started since the unit was opened
+ */
+HXR_API HXRStatus hxrGetStreamStatistics(int handle, int unit, HXRStreamStatistics* statistics);
+
+/**
  * Gives the linear factor that brings the full-scale samples of a streaming channel to their calibrated level, as
  * the last hxrInitiate found it. Works with streams to this host and with VRT. It is exact on channels at the shared
  * frequency; on others as far as the unit's gain is set alike at both frequencies.

@@ -1,10 +1,12 @@
 /// Streams and their settings.
 
 #include <algorithm>
+#include <cstring>
 
 #include "api/entry.h"
 #include "device/stream_output_settings.h"
 #include "device/stream_settings.h"
+#include "stream/stream_counters.h"
 #include "stream/stream_engine.h"
 
 using hxr::HXRDevice;
@@ -111,6 +113,22 @@ HXRStatus hxrStreamRecv(int handle, void** buffers, int count, uint64_t* nanosec
                                 .samplesRemaining = samplesRemaining,
                                 .triggers = triggers,
                                 .triggerRoom = triggerBufSize});
+    });
+}
+
+HXRStatus hxrGetStreamStatistics(int handle, int unit, HXRStreamStatistics* statistics) {
+    return deviceEntry(handle, [&](HXRDevice& device) {
+        if (statistics == nullptr) return hxrNullPointerErr;
+        const auto position = static_cast<std::size_t>(unit);
+        if (unit < 0 || position >= hxr::groupUnits(device).size() ||
+            statistics->size < sizeof statistics->size)
+            return hxrInvalidParameterErr;
+        if (!device.streamCounters) return hxrInvalidConfigurationErr;
+        const auto room = static_cast<std::size_t>(statistics->size);
+        HXRStreamStatistics current = hxr::statisticsOf(*device.streamCounters, position);
+        current.size = std::min(room, sizeof current);
+        std::memcpy(statistics, &current, static_cast<std::size_t>(current.size));
+        return hxrNoError;
     });
 }
 

@@ -21,6 +21,7 @@ namespace hxr {
 
 class StreamEngine;
 class SweepEngine;
+struct StreamCounters;
 
 /// One receiver unit: its link, all its settings and its last health values.
 ///
@@ -57,6 +58,8 @@ struct HXRDevice : Settings {
     bool vsgConfigured = false;
     std::vector<HXRDevice*> slaves;  ///< the other units of the group, owned by the device table
     HXRDevice* master = nullptr;     ///< whose `slaves` this unit is in
+
+    std::shared_ptr<const StreamCounters> streamCounters;  ///< of the last local stream
 
     std::unique_ptr<FullBandPlan> fullBandPlan;  ///< the last full-band capture, until the next or an abort
     std::array<std::int32_t, words::channelsPerUnit> lastBand{};  ///< of the full-band capture, by channel

@@ -169,6 +169,7 @@ void adopt(HXRDevice& master, GroupTakeover& group, const Settings& used, Starte
     master.hardwareBandwidth = used.hardwareBandwidth;
     master.outputBandwidth = used.outputBandwidth;
     master.streamCorrection = used.streamCorrection;
+    if (started.streamEngine) master.streamCounters = started.streamEngine->counters();
     master.streamEngine = std::move(started.streamEngine);
     for (std::size_t u = 0; u < group.size(); ++u) {
         group[u].data.changeOwner(EndpointOwner::stream);

@@ -80,6 +80,10 @@ class UDPDevice {
     /// @return receives taken back
     virtual int withdrawReceives(int slot) = 0;
 
+    /// Discards the datagrams that have arrived and that no receive was posted for. To be called while no receive is
+    /// posted.
+    virtual void discardArrived() = 0;
+
     /// Whether the endpoint has failed, by a send or receive time-out or a send on a busy slot: it sends
     /// nothing any more. Stays set for the endpoint's life.
     virtual bool lost() const = 0;

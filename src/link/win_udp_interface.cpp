@@ -301,6 +301,18 @@ int WinUDPInterface::withdrawReceives(int number) {
     return takeBack(lock, *slot, number);
 }
 
+void WinUDPInterface::discardArrived() {
+    constexpr int mostRounds = 1000;  // more than the system's buffer holds
+    Lock lock(mutex_);
+    ReceiveSlot* const slot = slotAt(0);
+    if (slot == nullptr || !socket_) return;
+    const SlotUse use(*this);
+    const MoverPause pause(*this, lock);
+    std::array<platform::ReceivePlace, moverBatch> places;
+    for (std::size_t i = 0; i < places.size(); ++i) places[i] = {slot->result.buffers[i], receiveRoom, 0};
+    for (int round = 0; round < mostRounds && socket_ && socket_->receive(places) > 0; ++round) continue;
+}
+
 /// Takes back what a slot has posted and nothing has arrived for, once the mover's hands are off its buffers.
 int WinUDPInterface::takeBack(Lock& lock, ReceiveSlot& slot, int number) {
     if (slot.arrived == slot.pendingCount) return 0;

@@ -44,6 +44,7 @@ class WinUDPInterface final : public UDPDevice {
     void postReceives(int slot, int count, unsigned timeoutMs) override;
     ReceiveResult* collectReceives(int slot) override;
     int withdrawReceives(int slot) override;
+    void discardArrived() override;
     bool lost() const override { return lost_; }
 
   private:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "dsp/vector.h"
@@ -12,6 +13,9 @@ namespace {
 
 /// Triggers that wait to be fetched: a batch holds one at most.
 constexpr std::size_t mostTriggers = std::size_t{1} << 14;
+
+/// Gaps that are kept apart.
+constexpr std::size_t mostGaps = 1024;
 
 /// The most that is pulled at a time: a unit that finds the ring full waits for it.
 constexpr std::int64_t mostPulled = std::int64_t{1} << 17;
@@ -39,14 +43,52 @@ SampleRing::SampleRing(const StreamLayout& layout, bool floatSamples, double nsP
         buffers_[channel] =
             platform::makeAlignedArray<std::byte>(static_cast<std::size_t>(capacity) * sampleBytes);
     triggers_.reserve(mostTriggers);
+    gaps_.reserve(mostGaps);
 }
 
-std::int64_t SampleRing::smallestAvailable() const {
-    std::int64_t smallest = capacity;
+/// The position up to which all channels have their samples.
+std::int64_t SampleRing::endOfStored() const {
+    std::int64_t end = std::numeric_limits<std::int64_t>::max();
     for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) {
-        if (layout_.streamsOn(unit)) smallest = std::min(smallest, written_[unit] - readPosition_);
+        if (layout_.streamsOn(unit)) end = std::min(end, written_[unit]);
     }
-    return std::max<std::int64_t>(smallest, 0);
+    return end;
+}
+
+/// Samples from one position up to another, without those in gaps.
+std::int64_t SampleRing::stored(std::int64_t from, std::int64_t to) const {
+    std::int64_t samples = std::max<std::int64_t>(to - from, 0);
+    for (const Gap& gap : gaps_)
+        samples -= std::max<std::int64_t>(std::min(gap.end, to) - std::max(gap.begin, from), 0);
+    return samples;
+}
+
+/// Joins a gap with those that it meets.
+void SampleRing::addGap(std::int64_t begin, std::int64_t end) {
+    const auto first = std::ranges::lower_bound(gaps_, begin, {}, &Gap::end);
+    auto last = first;
+    for (; last != gaps_.end() && last->begin <= end; ++last) {
+        begin = std::min(begin, last->begin);
+        end = std::max(end, last->end);
+    }
+    if (first != last) {
+        *first = {begin, end};
+        gaps_.erase(first + 1, last);
+    } else if (gaps_.size() < mostGaps) {
+        gaps_.insert(first, {begin, end});
+    } else {
+        const Gap newest = gaps_.back();  // joined with this one, which skips more than is missing
+        gaps_.pop_back();
+        addGap(std::min(begin, newest.begin), std::max(end, newest.end));
+    }
+}
+
+/// Moves the read position behind the gap that it is in.
+void SampleRing::skipGaps() {
+    while (!gaps_.empty() && gaps_.front().begin <= readPosition_) {
+        if (gaps_.front().end > readPosition_) moveReadPosition(gaps_.front().end);
+        gaps_.erase(gaps_.begin());
+    }
 }
 
 /// The clock goes on with the samples, also over those that nobody pulls.
@@ -56,16 +98,26 @@ void SampleRing::moveReadPosition(std::int64_t position) {
     readPosition_ = position;
 }
 
-/// Throws away what is stored. Units that are behind the foremost one have their next samples thrown away too, so that
-/// their instants meet again; where a unit has lost track of its own, there is nothing to meet.
+/// Discards what is stored. What slower units bring for positions that are past is not read any more.
 void SampleRing::skipToNewest() {
     std::int64_t newest = readPosition_;
     for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) newest = std::max(newest, written_[unit]);
-    for (std::size_t unit = 0; unit < layout_.unitCount; ++unit) {
-        if (std::exchange(offTrack_[unit], false)) written_[unit] = newest;
-    }
     moveReadPosition(newest);
+    std::erase_if(gaps_, [&](const Gap& gap) { return gap.end <= newest; });
     std::erase_if(triggers_, [&](double position) { return position < static_cast<double>(newest); });
+}
+
+/// Makes room for samples up to a position. Where they don't fit, all that is stored is discarded.
+void SampleRing::makeRoom(std::int64_t end) {
+    const auto isFull = [&] { return end - readPosition_ >= capacity; };
+    if (isFull()) skipGaps();
+    if (!isFull()) return;
+    ++counts_.overruns;
+    counts_.lastOverrun = readPosition_;
+    counts_.lastOverrunTime = timestamp_;
+    counts_.discarded += static_cast<std::uint64_t>(stored(readPosition_, endOfStored()));
+    overflowed_ = true;
+    skipToNewest();
 }
 
 void SampleRing::setClock(std::uint64_t batchTime, std::int64_t batchStart) {
@@ -74,19 +126,16 @@ void SampleRing::setClock(std::uint64_t batchTime, std::int64_t batchStart) {
 }
 
 void SampleRing::push(std::size_t unit, const Blocks& blocks) {
-    const auto samples = static_cast<std::int64_t>(blocks.turns * blocks.samplesPerTurn);
-    std::int64_t start;
+    const auto samples = static_cast<std::int64_t>(blocks.frames * blocks.samplesPerFrame);
+    const std::int64_t start = blocks.position, end = start + samples;
     {
         Lock lock(mutex_);
-        const auto thereIsRoom = [&] { return written_[unit] + samples - readPosition_ < capacity; };
-        pulled_.wait(lock, [&] { return !pulling_ || thereIsRoom(); });
-        if (!thereIsRoom()) {
-            skipToNewest();
-            overflowed_ = true;
-        }
-        start = written_[unit];
+        pulled_.wait(lock, [&] { return !pulling_ || end - readPosition_ < capacity; });
+        if (start > written_[unit]) addGap(written_[unit], start);
+        written_[unit] = start;
+        makeRoom(end);
         if (unit == layout_.clockUnit) {
-            if (blocks.time) setClock(*blocks.time, start);
+            setClock(blocks.time, start);
             const double trigger = static_cast<double>(start) + blocks.trigger.value_or(0);
             if (blocks.trigger && trigger >= static_cast<double>(readPosition_) &&
                 triggers_.size() < mostTriggers)
@@ -95,20 +144,15 @@ void SampleRing::push(std::size_t unit, const Blocks& blocks) {
     }
     for (std::size_t place = 0; place < layout_.channelsOfUnit[unit]; ++place) {
         const std::size_t channel = layout_.firstChannelOfUnit[unit] + place;
-        for (std::size_t turn = 0; turn < blocks.turns; ++turn) {
-            store(channel, start + static_cast<std::int64_t>(turn * blocks.samplesPerTurn),
-                  blocks.of[place][turn], blocks.samplesPerTurn);
+        for (std::size_t frame = 0; frame < blocks.frames; ++frame) {
+            store(channel, start + static_cast<std::int64_t>(frame * blocks.samplesPerFrame),
+                  blocks.of[place][frame], blocks.samplesPerFrame);
         }
     }
     const std::lock_guard lock(mutex_);
-    // If the unit was sent ahead meanwhile, these samples are past.
-    if (written_[unit] == start) written_[unit] = start + samples;
+    written_[unit] = end;
+    counts_.peak = std::max(counts_.peak, static_cast<std::uint64_t>(stored(readPosition_, end)));
     pushed_.notify_all();
-}
-
-void SampleRing::loseTrack(std::size_t unit) {
-    const std::lock_guard lock(mutex_);
-    offTrack_[unit] = true;
 }
 
 /// The ring's length is a multiple of every block's.
@@ -127,8 +171,9 @@ void SampleRing::end() {
 
 bool SampleRing::waitForSamples() {
     Lock lock(mutex_);
-    pushed_.wait(lock, [this] { return ended_ || smallestAvailable() > 0; });
-    return smallestAvailable() > 0;
+    const auto hasSamples = [this] { return stored(readPosition_, endOfStored()) > 0; };
+    pushed_.wait(lock, [&] { return ended_ || hasSamples(); });
+    return hasSamples();
 }
 
 SampleRing::Pulled SampleRing::pull(std::int64_t wanted, const SampleFormat& format,
@@ -137,7 +182,10 @@ SampleRing::Pulled SampleRing::pull(std::int64_t wanted, const SampleFormat& for
     std::int64_t position;
     {
         const std::lock_guard lock(mutex_);
-        pulled.samples = std::min({smallestAvailable(), wanted, mostPulled});
+        skipGaps();
+        std::int64_t end = endOfStored();
+        if (!gaps_.empty()) end = std::min(end, gaps_.front().begin);
+        pulled.samples = std::clamp<std::int64_t>(end - readPosition_, 0, std::min(wanted, mostPulled));
         pulled.time = timestamp_;
         position = readPosition_;
         pulling_ = true;
@@ -196,12 +244,17 @@ std::size_t SampleRing::takeTriggers(std::int64_t end, std::span<double> trigger
 
 std::int64_t SampleRing::available() const {
     const std::lock_guard lock(mutex_);
-    return smallestAvailable();
+    return stored(readPosition_, endOfStored());
 }
 
 void SampleRing::purge() {
     const std::lock_guard lock(mutex_);
     skipToNewest();
+}
+
+RingCounts SampleRing::counts() const {
+    const std::lock_guard lock(mutex_);
+    return counts_;
 }
 
 bool SampleRing::takeOverflow() {

@@ -10,6 +10,7 @@
 
 #include "dsp/samples.h"
 #include "platform/aligned_memory.h"
+#include "stream/stream_counters.h"
 #include "stream/stream_layout.h"
 
 namespace hxr {
@@ -22,8 +23,8 @@ struct SampleFormat {
 
 /// The samples of all streaming channels of a group on their way from the units to the application: 2^24 of each.
 ///
-/// A position is one instant on all channels, counted from the stream's start. What one channel has lost, to a purge or
-/// because nobody fetched it in time, all have lost. Each unit has a thread that pushes, and one thread pulls.
+/// A position is one instant on all channels, counted from the stream's start. What one channel has lost, on its way here, to
+/// a purge or because nobody fetched it in time, all have lost. Each unit has a thread that pushes, and one thread pulls.
 class SampleRing {
   public:
     static constexpr std::int64_t capacity = std::int64_t{1} << 24;
@@ -32,25 +33,24 @@ class SampleRing {
     /// @throws std::bad_alloc
     SampleRing(const StreamLayout& layout, bool floatSamples, double nsPerSample);
 
-    /// Samples to be stored: blocks of one length, one for each channel of a unit and turn.
+    /// Samples to be stored: blocks of one length, one for each channel of a unit and frame.
     struct Blocks {
-        std::size_t turns = 0;
-        std::size_t samplesPerTurn = 0;
+        std::int64_t position =
+            0;  ///< of the first sample; a multiple of the blocks' length, never going back
+        std::size_t frames = 0;
+        std::size_t samplesPerFrame = 0;
         std::array<std::span<const void* const>, words::channelsPerUnit>
-            of{};                             ///< by channel of the unit, then turn
-        std::optional<std::uint64_t> time{};  ///< nanoseconds, of the first sample
-        std::optional<double> trigger{};      ///< samples from the first
+            of{};                         ///< by channel of the unit, then frame
+        std::uint64_t time = 0;           ///< nanoseconds, of the first sample
+        std::optional<double> trigger{};  ///< samples from the first
     };
 
-    /// Stores the next samples of a unit. If the application is too far behind, all that is stored goes, on all
-    /// channels. Times and triggers count from the unit that sets the clock.
+    /// Stores samples of a unit. Positions that it leaves out are skipped on all channels when they are read. If the
+    /// application is too far behind, all stored samples are discarded, on all channels. Times and triggers count from
+    /// the unit that sets the clock.
     void push(std::size_t unit, const Blocks& blocks);
 
-    /// Says that a unit has lost samples before they came here: no one knows any more which instants its positions are.
-    /// Where all that is stored goes, it starts anew beside the foremost unit, however far it has fallen behind.
-    void loseTrack(std::size_t unit);
-
-    /// Says that no more will come.
+    /// Ends all waits: no more samples will come.
     void end();
 
     /// Where pulled samples go.
@@ -64,7 +64,7 @@ class SampleRing {
         std::size_t triggers = 0;  ///< written
     };
 
-    /// Takes samples out, all that are there but at most `wanted`, and triggers as far as there is room for them.
+    /// Takes samples out, all up to the next gap but at most `wanted`, and triggers as far as there is room for them.
     /// @param triggers  receives their positions from the first sample pulled
     Pulled pull(std::int64_t wanted, const SampleFormat& format, const Destination& destination,
                 std::span<double> triggers);
@@ -76,16 +76,28 @@ class SampleRing {
     /// Samples that all channels have.
     std::int64_t available() const;
 
-    /// Throws away all that is stored.
+    /// Discards all stored samples.
     void purge();
 
     /// Whether samples were lost since the last time this was asked, because they weren't pulled in time.
     bool takeOverflow();
 
+    /// What the ring has counted since the stream's start.
+    RingCounts counts() const;
+
   private:
     using Lock = std::unique_lock<std::mutex>;
 
-    std::int64_t smallestAvailable() const;
+    /// Positions that a unit has left out.
+    struct Gap {
+        std::int64_t begin, end;
+    };
+
+    std::int64_t endOfStored() const;
+    std::int64_t stored(std::int64_t from, std::int64_t to) const;
+    void addGap(std::int64_t begin, std::int64_t end);
+    void skipGaps();
+    void makeRoom(std::int64_t end);
     void skipToNewest();
     void moveReadPosition(std::int64_t position);
     void setClock(std::uint64_t batchTime, std::int64_t batchStart);
@@ -102,12 +114,13 @@ class SampleRing {
     mutable std::mutex mutex_;  ///< guards all below; samples are copied without it
     std::condition_variable pushed_, pulled_;
     std::array<std::int64_t, mostUnits> written_{};  ///< position behind the last sample stored, by unit
-    std::array<bool, mostUnits> offTrack_{};
+    std::vector<Gap> gaps_;                          ///< apart from each other, oldest first
     std::int64_t readPosition_ = 0;
     bool pulling_ = false;          ///< samples are being copied from `readPosition_` on
     std::uint64_t timestamp_ = 0;   ///< nanoseconds, of the sample at `readPosition_`
     std::vector<double> triggers_;  ///< positions, oldest first
     bool overflowed_ = false;
+    RingCounts counts_;
     bool ended_ = false;
 };
 

@@ -3,19 +3,22 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "device/group_access.h"
 #include "dsp/fir.h"
 #include "platform/thread.h"
 #include "rf/frequency_grid.h"
 #include "stream/filter_design.h"
+#include "stream/frame_batch.h"
 #include "stream/sample_ring.h"
 #include "stream/start_sequence.h"
+#include "stream/stream_counters.h"
 #include "stream/stream_plan.h"
-#include "stream/turn_batch.h"
 
 namespace hxr {
 namespace {
@@ -31,8 +34,8 @@ class HostDecimation {
   public:
     HostDecimation(const StreamSettings& settings, std::size_t channels)
         : factor_(settings.hostDecimation),
-          samplesPerTurn_(static_cast<std::size_t>(samplesPerPacket / factor_)),
-          decimated_(platform::makeAlignedArray<cf32>(channels * TurnBatch::mostTurns * samplesPerTurn_)) {
+          samplesPerFrame_(static_cast<std::size_t>(samplesPerPacket / factor_)),
+          decimated_(platform::makeAlignedArray<cf32>(channels * FrameBatch::mostFrames * samplesPerFrame_)) {
         const std::vector<cf32> taps =
             designHostTaps(settings.outputBandwidth, settings.hardwareDecimation, settings.hostDecimation);
         filters_.reserve(channels);
@@ -43,19 +46,24 @@ class HostDecimation {
     /// Samples at the hardware rate by which the filter's outputs are late.
     int delay() const { return factor_ * 32; }
     int factor() const { return factor_; }
-    std::size_t samplesPerTurn() const { return samplesPerTurn_; }
+    std::size_t samplesPerFrame() const { return samplesPerFrame_; }
 
-    const cf32* decimate(std::size_t channel, std::size_t turn, const ci16* samples) {
-        cf32* const out = decimated_.get() + (channel * TurnBatch::mostTurns + turn) * samplesPerTurn_;
+    const cf32* decimate(std::size_t channel, std::size_t frame, const ci16* samples) {
+        cf32* const out = decimated_.get() + (channel * FrameBatch::mostFrames + frame) * samplesPerFrame_;
         filters_[channel].process(samples, samplesPerPacket, out);
         return out;
     }
 
+    /// Forgets the samples ahead of a gap.
+    void restart() {
+        for (FirDecimator& filter : filters_) filter.reset();
+    }
+
   private:
     int factor_;
-    std::size_t samplesPerTurn_;
+    std::size_t samplesPerFrame_;
     std::vector<FirDecimator> filters_;
-    platform::AlignedArray<cf32> decimated_;  ///< by channel, then turn
+    platform::AlignedArray<cf32> decimated_;  ///< by channel, then frame
 };
 
 /// One unit's share of a stream: from its data endpoint into the ring.
@@ -66,8 +74,8 @@ class UnitStream {
         std::size_t unit;
     };
 
-    UnitStream(const UnitAccess& access, const Place& place, const StreamSettings& settings,
-               StreamLists lists, SampleRing& ring, Warnings& warnings)
+    UnitStream(const UnitAccess& access, const Place& place, const Settings& settings, StreamLists lists,
+               SampleRing& ring, Warnings& warnings, StreamCounters& counters)
         : link_(*access.device->link),
           data_(*access.data),
           unit_(place.unit),
@@ -76,7 +84,8 @@ class UnitStream {
           lists_(std::move(lists)),
           ring_(ring),
           warnings_(warnings),
-          assembler_(channels_) {
+          counters_(counters),
+          assembler_(identifiersOf(place, settings), settings.hardwareDecimation) {
         if (unit_ == place.layout.clockUnit) triggers_.emplace(settings.streamTriggerEdge == 0 ? 1 : -1);
         if (settings.hostDecimation > 1) decimation_.emplace(settings, channels_);
         request_[0] = words::streamRequest(static_cast<std::uint16_t>(requestPackets()));
@@ -98,8 +107,10 @@ class UnitStream {
     /// Brings samples until it is told to stop, or until the link is lost.
     void run(const std::atomic<bool>& running) {
         if (channels_ == 0) return;
+        data_.discardArrived();  // what an earlier stream has left
         for (int slot = 0; slot < requestsUnderWay; ++slot) request(slot);
         int slot = 0;
+        lastCollected_ = std::chrono::steady_clock::now();
         for (; running; slot = (slot + 1) % requestsUnderWay) {
             ReceiveResult& received = *collect(slot);
             if (received.timedOut) {
@@ -122,7 +133,17 @@ class UnitStream {
     static constexpr int requestsUnderWay = 8;
     static constexpr unsigned timeoutMs = 2000;
 
-    int requestPackets() const { return turnsPerRequest * static_cast<int>(channels_); }
+    /// The stream identifiers of the unit's streaming channels.
+    static std::vector<std::uint32_t> identifiersOf(const Place& place, const Settings& settings) {
+        std::vector<std::uint32_t> identifiers;
+        const std::size_t first = place.layout.firstChannelOfUnit[place.unit];
+        for (std::size_t i = first; i < first + place.layout.channelsOfUnit[place.unit]; ++i)
+            identifiers.push_back(
+                static_cast<std::uint32_t>(settings.vrtStreamId[place.layout.groupChannel[i]]));
+        return identifiers;
+    }
+
+    int requestPackets() const { return framesPerRequest * static_cast<int>(channels_); }
 
     void request(int slot) {
         data_.postReceives(slot, requestPackets(), timeoutMs);
@@ -142,33 +163,71 @@ class UnitStream {
 
     void processBatch(ReceiveResult& received) {
         assembler_.read(received, batch_);
-        SampleRing::Blocks blocks{
-            .turns = batch_.turns,
-            .samplesPerTurn = decimation_ ? decimation_->samplesPerTurn() : samplesPerPacket,
-            .time = batch_.time};
-        if (triggers_) blocks.trigger = triggers_->find(batch_);
-        for (std::size_t channel = 0; channel < channels_; ++channel) {
-            for (std::size_t turn = 0; turn < batch_.turns; ++turn) {
-                const ci16* const samples = batch_.samples[channel][turn];
-                stored_[channel][turn] =
-                    decimation_ ? static_cast<const void*>(decimation_->decimate(channel, turn, samples))
-                                : samples;
-            }
-            blocks.of[channel] = std::span(stored_[channel]).first(batch_.turns);
+        const auto trigger = triggers_ ? triggers_->find(batch_) : std::nullopt;
+        for (std::size_t first = 0; first < batch_.frames;) {
+            std::size_t end = first + 1;
+            while (end < batch_.frames && batch_.number[end] == batch_.number[end - 1] + 1) ++end;
+            pushRun(first, end, trigger);
+            first = end;
         }
-        if (decimation_) takeOffDelay(blocks);
         if (batch_.ddrOverflow) warnings_.ddrOverflow = true;
-        if (batch_.gap) ring_.loseTrack(unit_);
-        ring_.push(unit_, blocks);
         if (batch_.adcOverflow) warnings_.adcOverflow = true;
         if (batch_.sampleLoss) warnings_.sampleLoss = true;
+        count();
+    }
+
+    /// Stores frames that follow each other without a gap.
+    void pushRun(std::size_t first, std::size_t end, const std::optional<TriggerFinder::Place>& trigger) {
+        if (decimation_ && batch_.number[first] != nextNumber_) decimation_->restart();
+        nextNumber_ = batch_.number[end - 1] + 1;
+        SampleRing::Blocks blocks{.position = batch_.number[first] * samplesPerFrame(),
+                                  .frames = end - first,
+                                  .samplesPerFrame = static_cast<std::size_t>(samplesPerFrame()),
+                                  .time = batch_.time[first]};
+        if (trigger && trigger->frame >= first && trigger->frame < end)
+            blocks.trigger = static_cast<double>(trigger->frame - first) * samplesPerPacket + trigger->sample;
+        for (std::size_t channel = 0; channel < channels_; ++channel) {
+            for (std::size_t frame = first; frame < end; ++frame) {
+                const ci16* const samples = batch_.samples[channel][frame];
+                stored_[channel][frame] =
+                    decimation_ ? static_cast<const void*>(decimation_->decimate(channel, frame, samples))
+                                : samples;
+            }
+            blocks.of[channel] = std::span(stored_[channel]).subspan(first, end - first);
+        }
+        if (decimation_) takeOffDelay(blocks);
+        ring_.push(unit_, blocks);
     }
 
     /// The host's filter lets samples out later than they came in.
     void takeOffDelay(SampleRing::Blocks& blocks) const {
         const int delay = decimation_->delay();
-        if (blocks.time) *blocks.time -= static_cast<std::uint64_t>(hardwareNs_ * delay);
+        blocks.time -= static_cast<std::uint64_t>(hardwareNs_ * delay);
         if (blocks.trigger) blocks.trigger = (*blocks.trigger + delay) / decimation_->factor();
+    }
+
+    std::int64_t samplesPerFrame() const {
+        return decimation_ ? static_cast<std::int64_t>(decimation_->samplesPerFrame()) : samplesPerPacket;
+    }
+
+    /// Adds a batch to the stream's statistics.
+    void count() {
+        const auto now = std::chrono::steady_clock::now();
+        const auto waited = std::chrono::nanoseconds(now - std::exchange(lastCollected_, now));
+        counters_.units[unit_].update([&](UnitCounts& counts) {
+            counts.datagrams += batch_.datagrams;
+            counts.contextPackets += batch_.contextPackets;
+            counts.duplicates += batch_.duplicates;
+            counts.outOfOrder += batch_.outOfOrder;
+            counts.adcOverflows += batch_.adcOverflows;
+            counts.frames += batch_.frames;
+            counts.framesLost += batch_.framesLost;
+            counts.longestGapNs = std::max(counts.longestGapNs, static_cast<std::uint64_t>(waited.count()));
+            if (batch_.lastLoss < 0) return;
+            counts.lastLoss = batch_.lastLoss * samplesPerFrame();
+            counts.lastLossTime = batch_.lastLossTime;
+        });
+        counters_.ring.update([&](RingCounts& counts) { counts = ring_.counts(); });
     }
 
     DeviceInterface& link_;
@@ -179,12 +238,15 @@ class UnitStream {
     const StreamLists lists_;
     SampleRing& ring_;
     Warnings& warnings_;
-    TurnAssembler assembler_;
+    StreamCounters& counters_;
+    FrameAssembler assembler_;
     std::optional<TriggerFinder> triggers_;
     std::optional<HostDecimation> decimation_;
     std::array<std::uint32_t, wordsPerPacket> request_{};
-    TurnBatch batch_;
-    std::array<std::array<const void*, TurnBatch::mostTurns>, words::channelsPerUnit> stored_{};
+    FrameBatch batch_;
+    std::int64_t nextNumber_ = 0;  ///< of the frame that follows without a gap
+    std::chrono::steady_clock::time_point lastCollected_;
+    std::array<std::array<const void*, FrameBatch::mostFrames>, words::channelsPerUnit> stored_{};
 };
 
 }  // namespace
@@ -205,7 +267,8 @@ class StreamEngine::Run {
         }
         for (std::size_t u = 0; u < group.size(); ++u) {
             streams_.push_back(std::make_unique<UnitStream>(group[u], UnitStream::Place{layout_, u}, settings,
-                                                            std::move(lists[u]), ring_, warnings_));
+                                                            std::move(lists[u]), ring_, warnings_,
+                                                            *counters));
         }
         try {
             for (std::size_t u = 0; u < group.size(); ++u) {
@@ -240,6 +303,7 @@ class StreamEngine::Run {
 
   public:
     const Parameters parameters;
+    const std::shared_ptr<StreamCounters> counters = std::make_shared<StreamCounters>();
 
   private:
     void deliverSilence(const Request& request, std::int64_t from) const;
@@ -312,6 +376,8 @@ StreamEngine::StreamEngine(std::span<const UnitAccess> group, const Settings& se
 StreamEngine::~StreamEngine() = default;
 
 const StreamEngine::Parameters& StreamEngine::parameters() const { return run_->parameters; }
+
+std::shared_ptr<const StreamCounters> StreamEngine::counters() const { return run_->counters; }
 
 HXRStatus StreamEngine::receive(const Request& request) { return run_->receive(request); }
 

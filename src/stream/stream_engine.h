@@ -10,6 +10,7 @@
 namespace hxr {
 
 struct Settings;
+struct StreamCounters;
 struct StreamLists;
 struct UnitAccess;
 
@@ -38,6 +39,9 @@ class StreamEngine {
         double bandwidth;   ///< Hz
     };
     const Parameters& parameters() const;
+
+    /// What the stream counts.
+    std::shared_ptr<const StreamCounters> counters() const;
 
     /// What a call of `hxrStreamRecv` asks for.
     struct Request {

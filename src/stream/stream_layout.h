@@ -11,8 +11,8 @@ namespace hxr {
 /// Samples of a packet of one channel.
 inline constexpr int samplesPerPacket = 2048;
 
-/// Turns that one request asks for: a packet of each streaming channel of a unit is a turn.
-inline constexpr int turnsPerRequest = 64;
+/// Frames that one request asks for: a packet of each streaming channel of a unit is a frame.
+inline constexpr int framesPerRequest = 64;
 
 /// Positions of the streaming channels of a group. A unit sends its channels in turn, lowest first.
 struct StreamLayout {

@@ -47,12 +47,19 @@ class Unit {
                 places[channel].push_back(block.data());
             }
         }
-        SampleRing::Blocks all{.turns = turns, .samplesPerTurn = blockSamples, .trigger = trigger};
-        all.time = startTime + static_cast<std::uint64_t>(static_cast<double>(position_) * nsPerSample);
+        SampleRing::Blocks all{
+            .position = position_,
+            .frames = turns,
+            .samplesPerFrame = blockSamples,
+            .time = startTime + static_cast<std::uint64_t>(static_cast<double>(position_) * nsPerSample),
+            .trigger = trigger};
         for (std::size_t channel = 0; channel < channels; ++channel) all.of[channel] = places[channel];
         ring_.push(unit_, all);
         position_ += static_cast<std::int64_t>(turns * blockSamples);
     }
+
+    /// Samples that never come.
+    void lose(std::int64_t frames) { position_ += frames * static_cast<std::int64_t>(blockSamples); }
 
   private:
     SampleRing& ring_;
@@ -70,6 +77,19 @@ struct Reader {
         std::vector<void*> buffers;
         for (auto& channel : samples) buffers.push_back(channel.data());
         return ring.pull(wanted, {}, {buffers, 0}, triggers);
+    }
+
+    /// Pulls until nothing is left, and tells which frames came, whole or in parts.
+    std::vector<std::int64_t> framesLeft() {
+        std::vector<std::int64_t> frames;
+        while (ring.available() > 0) {
+            const auto pulled = pull(blockSamples / 2);
+            const auto position = static_cast<std::int64_t>(pulled.time - 1'000'000) / 20;
+            EXPECT_TRUE(holds(position, pulled.samples)) << position;
+            if (position % static_cast<std::int64_t>(blockSamples) == 0)
+                frames.push_back(position / static_cast<std::int64_t>(blockSamples));
+        }
+        return frames;
     }
 
     /// Whether all channels hold the instants from a position on.
@@ -179,8 +199,10 @@ TEST(SampleRing, ConvertsToWhatIsAskedFor) {
         const std::size_t count = stored ? 4 : 2;
         SampleFormat format;
         format.scale[0] = 0.5F;
+        std::int64_t position = 0;
         for (const bool wanted : {false, true}) {
-            SampleRing::Blocks blocks{.turns = 1, .samplesPerTurn = count};
+            SampleRing::Blocks blocks{.position = position, .frames = 1, .samplesPerFrame = count};
+            position += static_cast<std::int64_t>(count);
             blocks.of[0] = {&block, 1};
             ring.push(0, blocks);
             format.floats = wanted;
@@ -228,31 +250,58 @@ TEST(SampleRing, LosesEverythingAtOnceWhenItIsNotReadInTime) {
     EXPECT_EQ(triggers[0], 5);
 }
 
-TEST(SampleRing, UnitThatLostTrackStartsAnewBesideTheOthers) {
+TEST(SampleRing, WhatOneUnitHasLostAllHaveLost) {
     const StreamLayout layout(streaming({0, 4}, 2));
-    for (const bool lostTrack : {false, true}) {
+    SampleRing ring(layout, false, nsPerSample);
+    Unit first(ring, layout, 0), second(ring, layout, 1);
+    Reader reader(ring, layout);
+    std::array<double, 2> triggers{};
+    // Gaps that lie apart, meet and overlap: frames 2, 5 and 6 on the one, 6, 7, and 9 on the other unit.
+    first.push(2);
+    first.lose(1);
+    first.push(2);
+    first.lose(2);
+    first.push(3, 3000.0);
+    second.push(6);
+    EXPECT_EQ(ring.available(), 4 * 2048);
+    second.lose(2);
+    second.push(1, 50.0);
+    second.lose(1);
+    second.push(2);
+    EXPECT_EQ(ring.available(), 5 * 2048);
+    EXPECT_EQ(reader.framesLeft(), (std::vector<std::int64_t>{0, 1, 3, 4, 8}));
+    // A trigger in a frame that another unit has lost goes with it, one behind stands at its sample.
+    first.push(2, 2048.0 + 7);
+    EXPECT_EQ(reader.pull(blockSamples, triggers).triggers, 0U);
+    first.push(1, 20.0);
+    second.push(2);
+    EXPECT_EQ(reader.pull(blockSamples, triggers).triggers, 1U);
+    EXPECT_EQ(triggers[0], 7);
+}
+
+TEST(SampleRing, GapLongerThanTheRingDiscardsOnlyWhatIsStored) {
+    constexpr std::int64_t longer = SampleRing::capacity / 2048 + 100;
+    for (const bool stored : {false, true}) {
+        const StreamLayout layout(streaming({0, 4}, 2));
         SampleRing ring(layout, false, nsPerSample);
         Unit first(ring, layout, 0), second(ring, layout, 1);
         Reader reader(ring, layout);
-        if (lostTrack) ring.loseTrack(1);
-        // One unit alone fills the ring; the other is behind by all of it.
-        while (!ring.takeOverflow()) first.push(64);
-        first.push(64);
-        second.push(64);
-        EXPECT_EQ(ring.available(), lostTrack ? 64 * 2048 : 0);
-        if (!lostTrack) continue;
-        const auto pulled = reader.pull(2048);
-        EXPECT_EQ(reader.samples[0][0].re, sampleAt(0, (pulled.time - 1'000'000) / 20).re);
-        EXPECT_EQ(reader.samples[1][1].re, sampleAt(1, 1).re);  // the second unit's first samples
-
-        // From then on it is on track: what it is behind by at a purge is behind it only later.
-        first.push(64);
-        ring.purge();
-        second.push(64);
-        first.push(1);
+        first.push(10);
+        second.push(10);
+        if (!stored) {
+            EXPECT_EQ(reader.framesLeft().size(), 10U);
+        }
+        first.lose(longer);
+        first.push(2);
+        EXPECT_EQ(ring.takeOverflow(), stored);
+        EXPECT_EQ(ring.counts().overruns, stored ? 1U : 0U);
+        EXPECT_EQ(ring.counts().discarded, stored ? 10U * 2048 : 0U);
+        EXPECT_EQ(ring.counts().lastOverrun, stored ? 0 : -1);
+        EXPECT_EQ(ring.counts().peak, 10U * 2048);
         EXPECT_EQ(ring.available(), 0);
-        second.push(65);
-        EXPECT_EQ(ring.available(), 2048);
+        for (std::int64_t frame = 10; frame < longer + 12; frame += 64)
+            second.push(static_cast<std::size_t>(std::min<std::int64_t>(64, longer + 12 - frame)));
+        EXPECT_EQ(reader.framesLeft(), (std::vector<std::int64_t>{longer + 10, longer + 11}));
     }
 }
 

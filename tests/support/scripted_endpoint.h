@@ -65,6 +65,7 @@ class ScriptedEndpoint final : public UDPDevice {
         return &result_;
     }
     int withdrawReceives(int) override { return 0; }
+    void discardArrived() override {}
     bool lost() const override { return lostAt && sent.size() > *lostAt; }
 
     int opens = 0, closes = 0;

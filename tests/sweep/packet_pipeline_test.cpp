@@ -87,6 +87,7 @@ class AnsweringEndpoint final : public UDPDevice {
         return &slot.result;
     }
 
+    void discardArrived() override {}
     int withdrawReceives(int number) override {
         const std::lock_guard lock(mutex_);
         Slot& slot = slots_[at(number)];

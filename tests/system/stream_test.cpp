@@ -260,53 +260,149 @@ TEST_F(Stream, UnitThatFallsSilentDeliversWhatCameAndZerosBehind) {
     }
 }
 
-TEST_F(Stream, UnitThatLostMoreThanTheRingHoldsGoesOnBesideItsGroup) {
-    sim::UnitOptions options;
-    options.streamsInRealTime = true;
-    options.streamPace = 0.1;
-    options.streamBufferTurns = 1'000'000;
-    connectGroup(2, options);
-    initiate({0, 4});
-    ASSERT_EQ(receive(50'000).status, hxrNoError);
-    int losses = 0;
-    const auto fetch = [&] {
-        const Received received = receive(300'000);
-        losses += received.loss;
-        return received.status;
+TEST_F(Stream, WhatAUnitHasLostIsMissingOnAllChannelsOfItsGroup) {
+    struct Loss {
+        const char* what;
+        std::function<void(sim::SimulatedUnit&)> cause;
     };
-    // Not all at once: a unit that is silent for two seconds counts as lost.
-    for (int part = 0; part < 6; ++part) {
-        units[1]->loseStreamTurns(SampleRing::capacity / 2048 / 6 + 100);
-        fetch();
-    }
-    while (losses == 0) fetch();
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(fetch(), hxrDDRBufferOverflow);
-        for (const auto& channel : samples) {
-            for (std::size_t s = 2; s < channel.size(); s += 2)
-                ASSERT_EQ(positionOf(&channel[s]), positionOf(&channel[s - 2]) + 1) << i;
+    const auto byTheUnit = [](std::uint64_t frames) {
+        return [frames](sim::SimulatedUnit& unit) { unit.loseStreamTurns(frames); };
+    };
+    const auto onTheWire = [](std::size_t datagrams) {
+        return [datagrams](sim::SimulatedUnit& unit) {
+            unit.faults().add({.kind = ReplyKind::stream, .skip = 333, .times = datagrams},
+                              ReplyFault::lose());
+        };
+    };
+    const Loss losses[] = {
+        {"1 by the unit", byTheUnit(1)},       {"7 by the unit", byTheUnit(7)},
+        {"4096 by the unit", byTheUnit(4096)}, {"more than the ring holds", byTheUnit(9000)},
+        {"1 on the wire", onTheWire(1)},       {"7 on the wire", onTheWire(7)}};
+    for (const int decimation : {1, 8}) {
+        for (const Loss& loss : losses) {
+            SCOPED_TRACE(std::string(loss.what) + ", decimation " + std::to_string(decimation));
+            if (handle >= 0) hxrCloseDevice(handle);
+            units.clear();
+            connectGroup(2);
+            initiate({0, 1, 4, 5}, decimation);
+            Received received = receive(1000);
+            ASSERT_EQ(received.status, hxrNoError);
+            const std::uint64_t start = received.time;
+            const std::uint64_t nsPerSample = decimation == 1 ? 20 : 160;
+            loss.cause(*units[1]);
+            HXRStreamStatistics statistics{};
+            do {
+                received = receive(50'000);
+                ASSERT_TRUE(received.status == hxrNoError || received.status == hxrDDRBufferOverflow ||
+                            received.status == hxrUncalData);
+                statistics.size = sizeof statistics;
+                ASSERT_EQ(hxrGetStreamStatistics(handle, 1, &statistics), hxrNoError);
+            } while (statistics.samplesLost == 0 ||
+                     received.time - start < nsPerSample * (statistics.lastLossPosition + 100'000));
+            // Behind the loss, inputs of the two units that hear the same hold the same, at the same time.
+            for (int i = 0; i < 4; ++i) {
+                received = receive(50'000);
+                EXPECT_EQ(samples[0], samples[2]);
+                EXPECT_EQ(samples[1], samples[3]);
+                if (decimation > 1) continue;
+                const std::int64_t first = firstPosition();
+                ASSERT_NE(first, -1);
+                EXPECT_EQ((received.time - start) / 20 % counterLength, static_cast<std::uint64_t>(first));
+            }
         }
     }
 }
 
-TEST_F(Stream, DatagramThatNeverCameShowsInTheAbort) {
+TEST_F(Stream, DuplicatesAndSwapsLeaveEverySampleInItsPlace) {
+    // What is left of a stream in the data socket is not taken for the beginning of the next one.
     connectGroup(1);
-    struct Case {
-        ReplyFault fault;
-        HXRStatus aborted;
-    };
-    const Case cases[] = {{ReplyFault::duplicate(), hxrNoError},
-                          {ReplyFault::swapWithNext(), hxrNoError},
-                          {ReplyFault::corrupt(3, 0x20), hxrNoError},
-                          {ReplyFault::lose(), hxrConnectionLostErr}};
-    for (const auto& [fault, aborted] : cases) {
-        hxrCloseDevice(handle);
-        ASSERT_EQ(connect(), hxrNoError);
-        units[0]->faults().add({.kind = ReplyKind::stream, .skip = 300, .times = 1}, fault);
-        initiate({0}, 4);
-        for (int i = 0; i < 10; ++i) ASSERT_EQ(receive(200'000).status, hxrNoError);
-        EXPECT_EQ(hxrAbort(handle), aborted);
+    for (const std::size_t at : {300U, 301U, 302U}) {
+        for (const bool twice : {true, false}) {
+            units[0]->faults().clear();
+            units[0]->faults().add({.kind = ReplyKind::stream, .skip = at, .times = 1},
+                                   twice ? ReplyFault::duplicate() : ReplyFault::swapWithNext());
+            initiate({0, 1, 3});
+            const bool swapsFrames = !twice && at % 3 == 2;
+            EXPECT_EQ(receive(64 * 2048 * 4).status, swapsFrames ? hxrUncalData : hxrNoError);
+            if (!swapsFrames) {
+                EXPECT_EQ(firstPosition(), 0) << at;
+            }
+            HXRStreamStatistics statistics{};
+            statistics.size = sizeof statistics;
+            ASSERT_EQ(hxrGetStreamStatistics(handle, 0, &statistics), hxrNoError);
+            // A packet that comes again behind its frame is as late as one of another frame.
+            EXPECT_EQ(statistics.duplicates + statistics.outOfOrder, 1U) << at << twice;
+            EXPECT_EQ(statistics.samplesLost, swapsFrames ? 2048U : 0U);
+            EXPECT_EQ(hxrAbort(handle), hxrNoError);
+        }
     }
+}
+
+TEST_F(Stream, StatisticsCountWhatHappenedAtItsPlace) {
+    connectGroup(2);
+    HXRStreamStatistics statistics{};
+    const auto read = [&](int unit) {
+        statistics = {};
+        statistics.size = sizeof statistics;
+        return hxrGetStreamStatistics(handle, unit, &statistics);
+    };
+    EXPECT_EQ(read(0), hxrInvalidConfigurationErr);
+    initiate({0, 1, 6});
+    EXPECT_EQ(hxrGetStreamStatistics(handle, 0, nullptr), hxrNullPointerErr);
+    EXPECT_EQ(read(2), hxrInvalidParameterErr);
+    EXPECT_EQ(read(-1), hxrInvalidParameterErr);
+    statistics.size = 7;
+    EXPECT_EQ(hxrGetStreamStatistics(handle, 0, &statistics), hxrInvalidParameterErr);
+
+    // A frame of the first unit that loses a packet, of which one datagram in 63 is context.
+    hxrAbort(handle);
+    units[0]->faults().add({.kind = ReplyKind::stream, .skip = 200, .times = 1}, ReplyFault::lose());
+    initiate({0, 1, 6});
+    const Received first = receive(64 * 2048 * 10);
+    EXPECT_EQ(first.status, hxrUncalData);
+    ASSERT_EQ(read(0), hxrNoError);
+    EXPECT_EQ(statistics.size, sizeof statistics);
+    EXPECT_EQ(statistics.samplesLost, 2048U);
+    EXPECT_EQ((statistics.datagrams - statistics.contextPackets) / 2, statistics.samples / 2048 + 1);
+    EXPECT_GT(statistics.contextPackets, 10U);
+    EXPECT_GT(statistics.longestGapNs, 0U);
+    EXPECT_GT(statistics.ringPeak, 0U);
+    EXPECT_EQ(statistics.lastLossTime, first.time + 20 * statistics.lastLossPosition);
+    const auto lost = static_cast<std::size_t>(statistics.lastLossPosition);
+    for (const auto& channel : samples) {
+        EXPECT_EQ(positionOf(&channel[2 * (lost - 1)]), statistics.lastLossPosition - 1);
+        EXPECT_EQ(positionOf(&channel[2 * lost]), statistics.lastLossPosition + 2048);
+    }
+    ASSERT_EQ(read(1), hxrNoError);
+    EXPECT_EQ(statistics.samplesLost, 0U);
+    EXPECT_EQ(statistics.lastLossPosition, ~std::uint64_t{0});
+    EXPECT_EQ(statistics.lastLossTime, 0U);
+
+    // An older program knows the first fields only.
+    statistics = {};
+    statistics.size = 2 * sizeof(std::uint64_t);
+    ASSERT_EQ(hxrGetStreamStatistics(handle, 1, &statistics), hxrNoError);
+    EXPECT_EQ(statistics.size, 2 * sizeof(std::uint64_t));
+    EXPECT_GT(statistics.datagrams, 0U);
+    EXPECT_EQ(statistics.contextPackets, 0U);
+
+    // Nobody fetches: the ring runs over. What was counted stays behind the stream's end, and begins anew with the next.
+    units[1]->setStreamWarnings(StreamWarning::overRange);
+    do {
+        ASSERT_EQ(read(1), hxrNoError);
+    } while (statistics.overruns == 0 || statistics.adcOverflows == 0);
+    EXPECT_GT(statistics.samplesDiscarded, 0U);
+    EXPECT_LE(statistics.ringPeak, static_cast<std::uint64_t>(SampleRing::capacity));
+    EXPECT_GT(statistics.ringPeak, static_cast<std::uint64_t>(SampleRing::capacity) / 2);
+    EXPECT_GE(statistics.lastLossPosition, 64U * 2048 * 10);
+    EXPECT_EQ(statistics.lastLossTime, first.time + 20 * statistics.lastLossPosition);
+    hxrAbort(handle);
+    ASSERT_EQ(read(1), hxrNoError);
+    EXPECT_GT(statistics.overruns, 0U);
+    units[1]->setStreamWarnings(0);
+    initiate({0, 1, 6});
+    ASSERT_EQ(read(1), hxrNoError);
+    EXPECT_EQ(statistics.overruns + statistics.adcOverflows, 0U);
 }
 
 TEST_F(Stream, CallForMoreThanTheRingHoldsIsServedInPieces) {
