@@ -77,7 +77,7 @@ bool CCyControlEndPoint::transfer(std::span<std::byte> data, const platform::Clo
         abort(pending);
         if (!wait(pending, abortTime)) {
             abort(pending);
-            wait(pending, platform::UsbTransfer::unlimited);
+            wait(pending, clock.timeout(platform::UsbTransfer::cancelTime));
         }
     }
     std::size_t length = 0;

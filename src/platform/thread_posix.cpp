@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/signals_posix.h"
 #include "platform/thread.h"
 
 namespace hxr::platform {
@@ -18,23 +19,6 @@ namespace {
 constexpr int lowRealTimeLevel = 5;
 
 constexpr std::size_t longestThreadName = 15;
-
-/// While it lives, every signal is blocked on the calling thread; a thread made meanwhile inherits that for
-/// good.
-class SignalsBlocked {
-  public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-  private:
-    sigset_t before_;
-};
 
 /// What the system call takes; the C library has neither the call nor the record.
 struct SchedulingAttributes {

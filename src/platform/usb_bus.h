@@ -32,10 +32,11 @@ enum class UsbOutcome {
     gone,  ///< the device isn't there any more
 };
 
-/// A transfer under way. It is destroyed only after it has come back: the destructor cancels it and waits.
+/// A transfer under way. Its destructor cancels it and waits until it has come back, for up to `cancelTime` from the first
+/// cancel. One that doesn't come back then is abandoned: the data stay untouched, and the close of its connection tells.
 class UsbTransfer {
   public:
-    static constexpr std::chrono::milliseconds unlimited = std::chrono::milliseconds::max();
+    static constexpr std::chrono::milliseconds cancelTime{5000};
 
     virtual ~UsbTransfer() = default;
 
@@ -73,7 +74,7 @@ class UsbConnection {
     virtual bool selectAlternateSetting(std::uint8_t interface, std::uint8_t setting) = 0;
 
     /// Starts a transfer on a bulk or interrupt endpoint of a claimed interface.
-    /// @param data  stays until the transfer has come back
+    /// @param data  stays until the transfer is destroyed
     /// @return null if it can't be started
     virtual std::unique_ptr<UsbTransfer> submit(std::uint8_t endpoint, std::span<std::byte> data) = 0;
 
@@ -82,8 +83,8 @@ class UsbConnection {
     virtual std::unique_ptr<UsbTransfer> submitControl(const UsbSetup& setup, std::span<std::byte> data,
                                                        std::chrono::milliseconds atMost) = 0;
 
-    /// Gives claimed interfaces back and closes the device.
-    /// @return false if the system refuses
+    /// Gives claimed interfaces back and closes the device. To be called when its transfers have been destroyed.
+    /// @return false if the system refuses, or if a transfer was abandoned
     virtual bool close() = 0;
 };
 

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <memory>
 #include <new>
 #include <optional>
 
+#include "platform/signals_posix.h"
 #include "platform/usb_bus.h"
 
 namespace hxr::platform {
@@ -14,9 +16,11 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// The library's state, for the life of the process; null where the machine has no USB.
+/// The library's state, for the life of the process; null where the machine has no USB. Its threads take no signals of
+/// the application's.
 libusb_context* context() {
     static libusb_context* const made = [] {
+        const SignalsBlocked blocked;
         libusb_context* fresh = nullptr;
         return libusb_init(&fresh) == 0 ? fresh : nullptr;
     }();
@@ -39,89 +43,114 @@ UsbOutcome outcomeOf(libusb_transfer_status status) {
     }
 }
 
-struct TransferFree {
-    void operator()(libusb_transfer* transfer) const { libusb_free_transfer(transfer); }
+/// What libusb uses of a transfer: it stays until libusb has given the transfer back, be it after its owner is gone.
+struct Submission {
+    explicit Submission(std::size_t bytes) : transfer(libusb_alloc_transfer(0)), buffer(bytes) {}
+    ~Submission() { libusb_free_transfer(transfer); }
+    Submission(const Submission&) = delete;
+    Submission& operator=(const Submission&) = delete;
+
+    /// Whose turn it is to free it.
+    enum class Stage { underWay, back, abandoned };
+
+    libusb_transfer* transfer;
+    std::vector<unsigned char> buffer;
+    std::atomic<Stage> stage = Stage::underWay;
+    int completed = 0;  ///< libusb's own wake-up flag
 };
 
 /// A transfer that was submitted. Whoever waits for it handles the events of all.
 class Transfer final : public UsbTransfer {
   public:
-    Transfer() : transfer_(libusb_alloc_transfer(0)) {}
+    /// @param abandoned  set if the transfer never comes back
+    explicit Transfer(std::atomic<bool>& abandoned) : abandoned_(abandoned) {}
     ~Transfer() override {
-        if (!submitted_) return;
+        if (!submission_) return;
         cancel();
-        wait(unlimited);
+        wait(std::chrono::ceil<milliseconds>(*cancelledAt_ + cancelTime - steady_clock::now()));
+        if (submission_->stage.exchange(Submission::Stage::abandoned) == Submission::Stage::back) return;
+        abandoned_ = true;
+        static_cast<void>(submission_.release());  // whoever handles its event frees it
     }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
 
     bool startBulk(libusb_device_handle* device, std::uint8_t endpoint, std::span<std::byte> data) {
-        if (!transfer_) return false;
-        libusb_fill_bulk_transfer(transfer_.get(), device, endpoint,
-                                  reinterpret_cast<unsigned char*>(data.data()),
-                                  static_cast<int>(data.size()), noteDone, this, 0);
-        return start();
+        const bool in = (endpoint & LIBUSB_ENDPOINT_IN) != 0;
+        return start(data, in, 0, [&](Submission& made) {
+            libusb_fill_bulk_transfer(made.transfer, device, endpoint, made.buffer.data(),
+                                      static_cast<int>(data.size()), noteBack, &made, 0);
+        });
     }
 
     bool startControl(libusb_device_handle* device, const UsbSetup& setup, std::span<std::byte> data,
                       milliseconds atMost) {
-        if (!transfer_) return false;
-        withSetup_.resize(LIBUSB_CONTROL_SETUP_SIZE + data.size());
-        libusb_fill_control_setup(withSetup_.data(), setup.requestType, setup.request, setup.value,
-                                  setup.index, static_cast<std::uint16_t>(data.size()));
         const bool in = (setup.requestType & LIBUSB_ENDPOINT_IN) != 0;
-        if (in) {
-            comesIn_ = data;
-        } else {
-            std::ranges::copy(data,
-                              reinterpret_cast<std::byte*>(withSetup_.data()) + LIBUSB_CONTROL_SETUP_SIZE);
-        }
-        libusb_fill_control_transfer(transfer_.get(), device, withSetup_.data(), noteDone, this,
-                                     static_cast<unsigned>(atMost.count()));
-        return start();
+        return start(data, in, LIBUSB_CONTROL_SETUP_SIZE, [&](Submission& made) {
+            libusb_fill_control_setup(made.buffer.data(), setup.requestType, setup.request, setup.value,
+                                      setup.index, static_cast<std::uint16_t>(data.size()));
+            libusb_fill_control_transfer(made.transfer, device, made.buffer.data(), noteBack, &made,
+                                         static_cast<unsigned>(atMost.count()));
+        });
     }
 
     bool wait(milliseconds atMost) override {
         constexpr milliseconds longest{1000};
-        const auto now = steady_clock::now();
-        const bool forEver = atMost == unlimited;
-        const auto deadline = forEver ? now : now + atMost;
+        const auto deadline = steady_clock::now() + atMost;
         do {
             const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
-            const auto slice = forEver ? longest : std::clamp(left, milliseconds(0), longest);
+            const auto slice = std::clamp(left, milliseconds(0), longest);
             timeval time{slice.count() / 1000, static_cast<suseconds_t>(slice.count() % 1000 * 1000)};
-            libusb_handle_events_timeout_completed(context(), &time, &done_);
-        } while (!isDone() && (forEver || steady_clock::now() < deadline));
-        return isDone();
+            libusb_handle_events_timeout_completed(context(), &time, &submission_->completed);
+        } while (!isBack() && steady_clock::now() < deadline);
+        if (isBack() && comesIn_) {
+            const std::size_t bytes = std::min(moved(), data_.size());
+            std::copy_n(reinterpret_cast<const std::byte*>(submission_->buffer.data()) + headBytes_, bytes,
+                        data_.begin());
+            comesIn_ = false;
+        }
+        return isBack();
     }
     void cancel() override {
-        if (!isDone()) libusb_cancel_transfer(transfer_.get());
+        if (!cancelledAt_) cancelledAt_ = steady_clock::now();
+        if (!isBack()) libusb_cancel_transfer(submission_->transfer);
     }
-    UsbOutcome outcome() const override { return outcomeOf(transfer_->status); }
-    std::size_t moved() const override { return static_cast<std::size_t>(transfer_->actual_length); }
+    UsbOutcome outcome() const override { return outcomeOf(submission_->transfer->status); }
+    std::size_t moved() const override {
+        return static_cast<std::size_t>(submission_->transfer->actual_length);
+    }
 
   private:
-    bool start() {
-        submitted_ = libusb_submit_transfer(transfer_.get()) == 0;
-        return submitted_;
-    }
-
-    static void LIBUSB_CALL noteDone(libusb_transfer* transfer) {
-        auto& self = *static_cast<Transfer*>(transfer->user_data);
-        const auto moved = std::min(self.moved(), self.comesIn_.size());
-        std::copy_n(reinterpret_cast<const std::byte*>(transfer->buffer) + LIBUSB_CONTROL_SETUP_SIZE, moved,
-                    self.comesIn_.begin());
-        std::atomic_ref(self.done_).store(1, std::memory_order_release);
+    /// @param head  bytes of the buffer ahead of the data
+    template <typename Fill>
+    bool start(std::span<std::byte> data, bool in, std::size_t head, Fill&& fill) {
+        auto made = std::make_unique<Submission>(head + data.size());
+        if (made->transfer == nullptr) return false;
+        if (!in) std::ranges::copy(data, reinterpret_cast<std::byte*>(made->buffer.data()) + head);
+        fill(*made);
+        if (libusb_submit_transfer(made->transfer) != 0) return false;
+        submission_ = std::move(made);
+        data_ = data;
+        comesIn_ = in;
+        headBytes_ = head;
+        return true;
     }
 
     /// Another thread, waiting for a transfer of its own, may be the one that notes it.
-    bool isDone() const { return std::atomic_ref(done_).load(std::memory_order_acquire) != 0; }
+    static void LIBUSB_CALL noteBack(libusb_transfer* transfer) {
+        auto* const made = static_cast<Submission*>(transfer->user_data);
+        std::atomic_ref(made->completed).store(1, std::memory_order_release);
+        if (made->stage.exchange(Submission::Stage::back) == Submission::Stage::abandoned) delete made;
+    }
 
-    std::unique_ptr<libusb_transfer, TransferFree> transfer_;
-    std::vector<unsigned char> withSetup_;  ///< of a control transfer
-    std::span<std::byte> comesIn_;          ///< of a control transfer
-    bool submitted_ = false;
-    mutable int done_ = 0;
+    bool isBack() const { return submission_->stage.load() == Submission::Stage::back; }
+
+    std::atomic<bool>& abandoned_;
+    std::unique_ptr<Submission> submission_;
+    std::span<std::byte> data_;
+    bool comesIn_ = false;  ///< data that came are still to be copied
+    std::size_t headBytes_ = 0;
+    std::optional<steady_clock::time_point> cancelledAt_;
 };
 
 class Connection final : public UsbConnection {
@@ -180,7 +209,7 @@ class Connection final : public UsbConnection {
         giveBack();
         libusb_close(handle_);
         handle_ = nullptr;
-        return true;
+        return !abandoned_;
     }
 
   private:
@@ -193,8 +222,8 @@ class Connection final : public UsbConnection {
     }
     /// Without memory nothing starts.
     template <typename Start>
-    static std::unique_ptr<UsbTransfer> started(Start start) noexcept try {
-        auto transfer = std::make_unique<Transfer>();
+    std::unique_ptr<UsbTransfer> started(Start start) noexcept try {
+        auto transfer = std::make_unique<Transfer>(abandoned_);
         if (!start(*transfer)) return nullptr;
         return transfer;
     } catch (const std::bad_alloc&) {
@@ -208,6 +237,7 @@ class Connection final : public UsbConnection {
 
     libusb_device_handle* handle_;
     std::optional<std::uint8_t> claimed_;
+    std::atomic<bool> abandoned_ = false;  ///< a transfer never came back
 };
 
 class Device final : public UsbDevice {

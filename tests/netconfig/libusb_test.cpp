@@ -1,12 +1,30 @@
 /// Units on the system's own USB, as far as the system knows: the kernel's side of a device file answers from a simulated
 /// unit. To be run with the emulated device files in front of the system's.
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <libusb.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
 
 #include "sim/emulated_usb.h"
 #include "usb_installation.h"
+
+namespace {
+
+bool cancelsGetLost = false;
+
+}  // namespace
+
+/// Stands in front of libusb's: a cancel that the device never answers.
+extern "C" int libusb_cancel_transfer(libusb_transfer* transfer) {
+    using Cancel = int (*)(libusb_transfer*);
+    static const auto real = reinterpret_cast<Cancel>(dlsym(RTLD_NEXT, "libusb_cancel_transfer"));
+    return cancelsGetLost ? 0 : real(transfer);
+}
 
 namespace hxr {
 namespace {
@@ -136,6 +154,55 @@ TEST_F(LibUsb, TransferThatDoesNotComeIsCancelledAndPulledOutUnitIsLost) {
         EXPECT_EQ(hxrNetworkConfigCloseDevice(handle), hxrNoError);
         units[2]->powerCycle();
     }
+}
+
+TEST_F(LibUsb, TransferThatNeverComesBackIsAbandonedAndTheCloseTells) {
+    ASSERT_EQ(hxrNetworkConfigOpenDevice(&handle, 20000002), hxrNoError);
+    units[1]->fail(1, UsbAnswer::silent);
+    cancelsGetLost = true;
+    std::int32_t port = 0;
+    EXPECT_EQ(hxrNetworkConfigGetPort(handle, &port), hxrConnectionLostErr);
+    EXPECT_EQ(hxrNetworkConfigCloseDevice(handle), hxrConnectionLostErr);
+    cancelsGetLost = false;
+    EXPECT_EQ(hxrNetworkConfigCloseDevice(handle), hxrInvalidDeviceErr);
+    units[1]->powerCycle();
+    EXPECT_EQ(hxrNetworkConfigOpenDevice(&handle, 20000002), hxrNoError);
+    EXPECT_EQ(hxrNetworkConfigGetPort(handle, &port), hxrNoError);
+}
+
+TEST_F(LibUsb, ThreadsOfTheUsbTakeNoSignals) {
+    std::int32_t count = 0, serial = 0;
+    ASSERT_EQ(hxrNetworkConfigGetDeviceList(&serial, &count), hxrNoError);
+    int found = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name, line, blocked;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        if (name != "libusb_event") continue;
+        std::ifstream status(task.path() / "status");
+        while (std::getline(status, line)) {
+            if (line.starts_with("SigBlk:")) blocked = line.substr(8);
+        }
+        constexpr auto interrupt = 1ULL << 1, terminate = 1ULL << 14, alarm = 1ULL << 13;
+        EXPECT_EQ(~std::stoull(blocked, nullptr, 16) & (interrupt | terminate | alarm), 0U) << name;
+        ++found;
+    }
+    EXPECT_GT(found, 0);
+}
+
+TEST_F(LibUsb, LibraryStaysMappedWhenAProgramUnloadsIt) {
+    void* const library = dlopen(HXR_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto list = reinterpret_cast<decltype(&hxrNetworkConfigGetDeviceList)>(
+        dlsym(library, "hxrNetworkConfigGetDeviceList"));
+    std::array<std::int32_t, 4> serials{};
+    std::int32_t count = 4;
+    EXPECT_EQ(list(serials.data(), &count), hxrNoError);  // starts the threads of the USB
+    EXPECT_EQ(dlclose(library), 0);
+    void* const still = dlopen(HXR_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(still, nullptr);
+    EXPECT_EQ(list(serials.data(), &count), hxrNoError);
+    EXPECT_GT(count, 0);
+    dlclose(still);
 }
 
 TEST_F(LibUsb, BlankUnitGetsItsFirmware) {
