@@ -280,7 +280,12 @@ int main(int argc, char** argv) {
         CLI::App app("Simulated HXR receiver units on the network.");
         Arguments arguments;
         addOptions(app, arguments);
-        CLI11_PARSE(app, argc, argv);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            constexpr int wrongUsage = 2;
+            return app.exit(error) == 0 ? 0 : wrongUsage;
+        }
         if (arguments.writeImageFile.empty()) {
             serve(arguments);
         } else {

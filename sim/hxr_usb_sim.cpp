@@ -24,7 +24,12 @@ int main(int argc, char** argv) try {
         ->take_all()
         ->allow_extra_args(false);
     app.add_flag("--blank", blank, "one more unit, without firmware");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        constexpr int wrongUsage = 2;
+        return app.exit(error) == 0 ? 0 : wrongUsage;
+    }
 
     hxr::sim::EmulatedUsb usb;
     std::list<hxr::sim::Fx3Unit> units;

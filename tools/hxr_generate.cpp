@@ -129,7 +129,7 @@ int main(int argc, char** argv) {
             "  hxr-generate --simulate --freq 1G --play am --listen 0 --time 1");
         Arguments arguments;
         addOptions(app, arguments);
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
         const tools::Pattern pattern = arguments.file.empty()
                                            ? tools::makePattern(arguments.form)
                                            : tools::readPattern(arguments.file, arguments.floats);

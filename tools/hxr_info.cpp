@@ -25,7 +25,7 @@
 #include <thread>
 #include <vector>
 
-#include "support.h"
+#include "streaming.h"
 
 namespace {
 
@@ -105,6 +105,22 @@ Json timebaseOf(int handle) {
             {"followsGps", follows == 1},
             {"startedFrom", holdover == 1 ? "what GPS found last time" : "the factory's value"},
             {"coarseTune", coarse}};
+}
+
+/// What a stream of the first channel at the highest rate counts in some seconds, by unit.
+Json streamOf(const tools::Group& group, double seconds) {
+    tools::StreamOptions options;
+    options.decimation = 1;
+    tools::Stream stream(group, options);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!tools::interrupted() && std::chrono::steady_clock::now() < end) stream.next();
+    Json units;
+    const tools::Statistics statistics = stream.statistics();
+    for (std::size_t unit = 0; unit < statistics.size(); ++unit) {
+        Json& counts = units["unit " + std::to_string(unit)];
+        for (const auto& [name, count] : tools::namedCounts(statistics[unit])) counts[name] = count;
+    }
+    return units;
 }
 
 void print(const Json& values, const std::string& indent = "") {
@@ -237,14 +253,16 @@ int main(int argc, char** argv) {
             "  hxr-info --check-host --host 192.168.2.2");
         tools::Where where;
         bool json = false, host = false;
-        double watch = 0;
+        double watch = 0, streamed = 0;
         tools::addCommonOptions(app, where);
         app.add_flag("--json", json, "in a form for programs");
         app.add_option("--watch", watch,
                        "health and GPS again and again, every so many seconds, until Ctrl-C")
             ->check(CLI::Range(0.1, 3600.0));
+        app.add_option("--stream", streamed, "stream channel 0 for so many seconds and show what was counted")
+            ->check(CLI::Range(0.01, 3600.0));
         app.add_flag("--check-host", host, "look at this computer instead: whether it is set up for streams");
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
         if (host) return checkHost(where.host, json);
         tools::catchInterrupts();
         const tools::Simulation simulation(where);
@@ -256,6 +274,7 @@ int main(int argc, char** argv) {
             values["timebase"] = timebaseOf(group);
         };
         addPresent(all);
+        if (streamed > 0) all["stream"] = streamOf(group, streamed);
         const auto show = [&](const Json& values) {
             json ? void(std::printf("%s\n", values.dump(watch > 0 ? -1 : 2).c_str())) : print(values);
             std::fflush(stdout);

@@ -217,7 +217,7 @@ void requireMac(const std::string& mac) {
     for (std::size_t i = 0; i < mac.size(); ++i)
         digits += i % 3 != 2 && std::isxdigit(static_cast<unsigned char>(mac[i])) != 0 ? 1 : 0;
     if (!mac.empty() && (mac.size() != 17 || digits != 12))
-        throw std::runtime_error(mac + " is no MAC address such as 02:1B:C5:00:12:AF");
+        throw tools::UsageError(mac + " is no MAC address such as 02:1B:C5:00:12:AF");
 }
 
 }  // namespace
@@ -232,8 +232,7 @@ int main(int argc, char** argv) {
             "20000001\n"
             "  hxr-netconfig set 20000001 --ip 192.168.2.10 --port 5000\n"
             "  hxr-netconfig backup 20000001 calibration.bin\n"
-            "  hxr-netconfig update 20000001 --firmware fx3.img --bitstream fpga.bin\n"
-            "\nExit status: 0, 1 if something went wrong with a unit, above 100 for wrong arguments.");
+            "  hxr-netconfig update 20000001 --firmware fx3.img --bitstream fpga.bin\n");
         app.require_subcommand(1);
         app.fallthrough();
         bool simulate = false;
@@ -271,7 +270,7 @@ int main(int argc, char** argv) {
             command("bootstrap", "gives a unit without any firmware one, and its serial number");
         starting->add_option("--firmware", firmware, "boot image")->required()->check(CLI::ExistingFile);
         starting->add_option("--bitstream", bitstream, "bitstream of the FPGA")->check(CLI::ExistingFile);
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
 
         if (simulate) {
             constexpr int usual = 20000001;
@@ -287,8 +286,8 @@ int main(int argc, char** argv) {
         requireImage(bitstream, "", longestBitstream);
         requireMac(settings.mac);
         if (*setting && settings.ip.empty() && settings.port < 0 && settings.mac.empty())
-            throw std::runtime_error("nothing to set: --ip, --port or --mac");
-        if (settings.port == streamPort) throw std::runtime_error("port 4991 is that of the streams");
+            throw tools::UsageError("nothing to set: --ip, --port or --mac");
+        if (settings.port == streamPort) throw tools::UsageError("port 4991 is that of the streams");
         if (*list) {
             for (const std::int32_t found : serials()) std::printf("%d\n", found);
         } else if (*showing) {

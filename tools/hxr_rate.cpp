@@ -73,8 +73,7 @@ int main(int argc, char** argv) {
         app.footer(
             "Examples:\n  hxr-rate --channels 0,1,2,3 --decimation 1 --time 60\n  hxr-rate --simulate "
             "--counter --time "
-            "2\n"
-            "\nExit status: 0, 2 if samples were lost, 1 if something else went wrong.");
+            "2\n");
         tools::Where where;
         tools::StreamOptions options;
         double duration = 10;
@@ -88,9 +87,9 @@ int main(int argc, char** argv) {
         app.add_flag(
             "--counter", counter,
             "look at every sample too, of a unit that counts them: hxr-sim --counter; up to decimation 4");
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
         if (counter && (options.floats || options.decimation > 4))
-            throw std::runtime_error("a counter comes through as int16 and up to decimation 4 only");
+            throw tools::UsageError("a counter comes through as int16 and up to decimation 4 only");
         if (counter) where.simulatorOptions = {"--counter"};
 
         tools::catchInterrupts();
@@ -129,7 +128,14 @@ int main(int argc, char** argv) {
             "unit; %d overloads\n",
             static_cast<long long>(tally.lost), tally.gaps, tally.overruns, tally.unitLosses,
             tally.unitOverflows, tally.overloads);
+        const tools::Statistics statistics = stream.statistics();
+        for (std::size_t unit = 0; unit < statistics.size(); ++unit) {
+            std::printf("unit %zu:", unit);
+            for (const auto& [name, count] : tools::namedCounts(statistics[unit]))
+                std::printf(" %s %llu", name.c_str(), static_cast<unsigned long long>(count));
+            std::printf("\n");
+        }
         if (counter) std::printf("counters: %lld jumps\n", static_cast<long long>(tally.jumps));
-        return tally.complete() ? tools::allWell : tools::samplesLost;
+        return tally.complete() ? tools::allWell : tools::dataIncomplete;
     });
 }

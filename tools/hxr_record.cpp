@@ -1,5 +1,6 @@
 /// hxr-record: samples of a stream into SigMF files.
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -9,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "streaming.h"
@@ -47,15 +49,28 @@ class Recording {
         captures_.push_back(
             {{"core:sample_start", sample}, {"core:frequency", hz}, {"core:datetime", utcText(time)}});
     }
-    void annotate(std::int64_t sample, std::int64_t count, const char* label) {
-        annotations_.push_back(
-            {{"core:sample_start", sample}, {"core:sample_count", count}, {"core:label", label}});
+    /// Labels samples. One that goes on where the last one of its label ends is the same event.
+    void annotate(std::int64_t sample, std::int64_t count, const std::string& label) {
+        const auto last =
+            std::ranges::find(annotations_.rbegin(), annotations_.rend(), label, &Annotation::label);
+        if (last != annotations_.rend() && count > 1 && last->start + last->count == sample) {
+            last->count += count;
+        } else {
+            annotations_.push_back({sample, count, label});
+        }
     }
 
+    /// @param statistics  of the stream, by unit
     /// @return false if the disk is full
-    bool finish() {
+    bool finish(const Json& statistics) {
         data_.close();
-        const Json all{{"global", global_}, {"captures", captures_}, {"annotations", annotations_}};
+        global_["hxr:stream_statistics"] = statistics;
+        std::ranges::stable_sort(annotations_, {}, &Annotation::start);
+        Json annotations = Json::array();
+        for (const auto& [start, count, label] : annotations_)
+            annotations.push_back(
+                {{"core:sample_start", start}, {"core:sample_count", count}, {"core:label", label}});
+        const Json all{{"global", global_}, {"captures", captures_}, {"annotations", annotations}};
         meta_ << all.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
         return static_cast<bool>(data_) && static_cast<bool>(meta_.flush());
     }
@@ -63,7 +78,13 @@ class Recording {
   private:
     std::string name_;
     Json global_;
-    Json captures_ = Json::array(), annotations_ = Json::array();
+    struct Annotation {
+        std::int64_t start, count;
+        std::string label;
+    };
+
+    Json captures_ = Json::array();
+    std::vector<Annotation> annotations_;
     std::ofstream data_, meta_;
 };
 
@@ -75,6 +96,40 @@ void interleave(const tools::Stream& stream, int samples, std::vector<char>& out
         for (std::size_t n = 0; n < static_cast<std::size_t>(samples); ++n)
             std::copy_n(stream.data(channel) + n * bytes, bytes, &out[(n * channels + channel) * bytes]);
     }
+}
+
+/// What happened since the last look, by the stream's statistics: a warning of the driver can stay set.
+class Events {
+  public:
+    /// @return a label for each
+    std::vector<std::string> since(const tools::Statistics& now, HXRStatus status) {
+        std::vector<std::string> labels;
+        const auto note = [&](std::uint64_t HXRStreamStatistics::*count, const char* label) {
+            if (tools::sumOf(now, count) > tools::sumOf(before_, count)) labels.emplace_back(label);
+        };
+        note(&HXRStreamStatistics::adcOverflows, hxrGetErrorString(hxrADCOverflow));
+        note(&HXRStreamStatistics::samplesLost, hxrGetErrorString(hxrUncalData));
+        note(&HXRStreamStatistics::overruns, "samples lost by this computer");
+        if (status == hxrDDRBufferOverflow && !std::exchange(bufferOverflowed_, true))
+            labels.emplace_back(hxrGetErrorString(status));
+        if (status == hxrUncalData && labels.empty()) labels.emplace_back(hxrGetErrorString(status));
+        before_ = now;
+        return labels;
+    }
+
+  private:
+    tools::Statistics before_;
+    bool bufferOverflowed_ = false;
+};
+
+Json jsonOf(const tools::Statistics& statistics) {
+    Json units = Json::array();
+    for (const HXRStreamStatistics& one : statistics) {
+        Json counts;
+        for (const auto& [name, count] : tools::namedCounts(one)) counts[name] = count;
+        units.push_back(counts);
+    }
+    return units;
 }
 
 struct Arguments {
@@ -129,6 +184,8 @@ int record(const Arguments& arguments) {
     const auto wanted = static_cast<std::int64_t>(arguments.seconds * stream.rate());
     std::int64_t written = 0, lost = 0;
     bool room = true, wasLost = false;
+    Events events;
+    tools::Statistics statistics;
     std::vector<char> together;
     std::exception_ptr broken;  // what has come till then is kept
     try {
@@ -139,14 +196,14 @@ int record(const Arguments& arguments) {
             const tools::Piece piece = stream.next(count);
             const bool newCapture = written == 0 || piece.lostBefore != 0;
             lost += std::max<std::int64_t>(piece.lostBefore, 0);
-            wasLost = wasLost || piece.overrun || piece.lostBefore != 0 || piece.status == hxrUncalData ||
-                      piece.status == hxrDDRBufferOverflow;
+            wasLost = wasLost || piece.overrun || piece.lostBefore != 0 || piece.status > 0;
+            statistics = stream.statistics();
+            const std::vector<std::string> labels = events.since(statistics, piece.status);
             for (auto& recording : recordings) {
                 if (newCapture) recording->startCapture(written, arguments.stream.hz, piece.time);
                 for (const double trigger : piece.triggers)
                     recording->annotate(written + static_cast<std::int64_t>(trigger), 1, "trigger");
-                if (piece.overrun) recording->annotate(written, count, "samples lost by this computer");
-                if (piece.status > 0) recording->annotate(written, count, hxrGetErrorString(piece.status));
+                for (const std::string& label : labels) recording->annotate(written, count, label);
             }
             const auto bytes = static_cast<std::size_t>(count) * stream.sampleBytes();
             if (arguments.multichannel) {
@@ -164,12 +221,21 @@ int record(const Arguments& arguments) {
     } catch (const std::runtime_error&) {
         broken = std::current_exception();
     }
-    for (auto& recording : recordings) room = recording->finish() && room;
-    if (broken) std::rethrow_exception(broken);
+    for (auto& recording : recordings) room = recording->finish(jsonOf(statistics)) && room;
+    if (broken && (written == 0 || !room)) std::rethrow_exception(broken);
     if (!room) throw std::runtime_error("the disk is full; what was written until then may be used");
     std::printf("%lld samples of %zu channels at %.6g MS/s, %lld lost\n", static_cast<long long>(written),
                 stream.channelCount(), stream.rate() / 1e6, static_cast<long long>(lost));
-    return wasLost ? tools::samplesLost : tools::allWell;
+    if (broken && !tools::interrupted()) {
+        // What came before is a whole recording, but not all that was asked for.
+        try {
+            std::rethrow_exception(broken);
+        } catch (const std::runtime_error& error) {
+            std::fprintf(stderr, "hxr-record: %s\n", error.what());
+        }
+        return tools::dataIncomplete;
+    }
+    return wasLost ? tools::dataIncomplete : tools::allWell;
 }
 
 }  // namespace
@@ -180,9 +246,7 @@ int main(int argc, char** argv) {
         app.footer(
             "Examples:\n  hxr-record --channels 0 --freq 98.5M --decimation 32 --time 10 --output station\n"
             "  hxr-record --simulate --channels 0,1,2,3 --multichannel --time 0.1\n"
-            "\nCtrl-C ends a recording early and leaves it whole. Exit status: 0, 2 if samples were lost, 1 "
-            "if "
-            "something else went wrong.");
+            "\nCtrl-C ends a recording early and leaves it whole.");
         Arguments arguments;
         tools::addCommonOptions(app, arguments.where);
         tools::addStreamOptions(app, arguments.stream);
@@ -195,7 +259,7 @@ int main(int argc, char** argv) {
             ->capture_default_str();
         app.add_flag("--multichannel", arguments.multichannel, "all channels in one file");
         app.add_option("--description", arguments.description, "a text that goes into the files");
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
         tools::catchInterrupts();
         const tools::Simulation simulation(arguments.where);
         return record(arguments);

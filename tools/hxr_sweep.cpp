@@ -206,7 +206,7 @@ std::vector<Line> markersOf(const Trace& trace, const Arguments& arguments) {
     std::vector<Line> markers;
     for (const double hz : arguments.markers) {
         if (hz < trace.startHz - trace.binHz || hz > trace.stopHz() + trace.binHz)
-            throw std::runtime_error("the marker at " + hertzText(hz) + " lies outside of the sweep");
+            throw tools::UsageError("the marker at " + hertzText(hz) + " lies outside of the sweep");
         const std::size_t point = trace.pointAt(hz);
         markers.push_back({trace.frequency(static_cast<double>(point)), trace.levels[point]});
     }
@@ -260,15 +260,15 @@ int main(int argc, char** argv) {
             "  hxr-sweep --start 400M --stop 500M --endless --csv survey.csv\n");
         Arguments arguments;
         addOptions(app, arguments);
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
         if (arguments.spanHz > 0) {
             arguments.settings.startHz = arguments.centerHz - arguments.spanHz / 2;
             arguments.settings.stopHz = arguments.centerHz + arguments.spanHz / 2;
         }
         if ((arguments.live || !arguments.picture.empty()) && !arguments.inDecibels())
-            throw std::runtime_error("--live and --png draw decibels, no mV");
+            throw tools::UsageError("--live and --png draw decibels, no mV");
         if (arguments.json && arguments.printsCsv())
-            throw std::runtime_error("--json and --csv - both want standard output");
+            throw tools::UsageError("--json and --csv - both want standard output");
         for (const std::string& path : {arguments.output, arguments.picture})
             if (!path.empty() && !std::ofstream(path, std::ios::app))  // before anything takes its time
                 throw std::runtime_error("can't write " + path);

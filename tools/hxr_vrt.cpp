@@ -67,7 +67,7 @@ Destination destinationFrom(const std::string& text) {
     }
     if (inet_pton(AF_INET, address.c_str(), &unused) != 1 || port < 1 || port > 65535 ||
         (colon != std::string::npos && colon + 1 + used != text.size()))
-        throw std::runtime_error(text + " is no destination such as 192.168.2.20:4991");
+        throw tools::UsageError(text + " is no destination such as 192.168.2.20:4991");
     return {address, static_cast<std::uint16_t>(port), 0};
 }
 
@@ -83,7 +83,7 @@ std::uint64_t hardwareFrom(const std::string& text) {
         value = value << 8 | std::stoul(byte, nullptr, 16);
     }
     if (count != 6 || bytes)
-        throw std::runtime_error(text + " is no hardware address such as 02:1B:C5:00:12:AF");
+        throw tools::UsageError(text + " is no hardware address such as 02:1B:C5:00:12:AF");
     return value;
 }
 
@@ -103,13 +103,13 @@ std::optional<std::uint64_t> neighbour(const std::string& address) {
 /// One destination a channel. Behind the last that was given the ports are counted up.
 std::vector<Destination> destinationsFor(const SendArguments& arguments) {
     if (arguments.destinations.size() > arguments.stream.channels.size())
-        throw std::runtime_error("more destinations than channels");
+        throw tools::UsageError("more destinations than channels");
     std::vector<Destination> all;
     for (std::size_t i = 0; i < arguments.stream.channels.size(); ++i) {
         Destination one =
             i < arguments.destinations.size() ? destinationFrom(arguments.destinations[i]) : all.back();
         if (i >= arguments.destinations.size() && ++one.port == 0)
-            throw std::runtime_error("there is no port above 65535 for a further channel");
+            throw tools::UsageError("there is no port above 65535 for a further channel");
         if (i < arguments.hardware.size()) {
             one.hardware = hardwareFrom(arguments.hardware[i]);
         } else if (i < arguments.destinations.size()) {
@@ -129,7 +129,7 @@ int send(const SendArguments& given) {
     SendArguments arguments = given;
     if (std::set(arguments.stream.channels.begin(), arguments.stream.channels.end()).size() <
         arguments.stream.channels.size())
-        throw std::runtime_error("a channel has one destination, and is named once");
+        throw tools::UsageError("a channel has one destination, and is named once");
     const auto destinations = destinationsFor(arguments);
     tools::catchInterrupts();
     const tools::Simulation simulation(arguments.where);
@@ -288,7 +288,7 @@ int receive(const ReceiveArguments& arguments) {
         throw std::runtime_error(
             "nothing came: are the units' destinations this computer's address, port and hardware address?");
     const bool whole = std::ranges::all_of(streams, [](const auto& one) { return one.second.lost() == 0; });
-    return whole ? tools::allWell : tools::samplesLost;
+    return whole ? tools::allWell : tools::dataIncomplete;
 }
 
 }  // namespace
@@ -302,9 +302,7 @@ int main(int argc, char** argv) {
             "Examples:\n"
             "  hxr-vrt send --channels 0,1 --freq 98.5M --to 192.168.2.20:4991 --to 192.168.2.21:4991\n"
             "  hxr-vrt receive --port 4991 --port 4992 --time 10\n"
-            "  hxr-vrt send --simulate --decimation 4 --to 127.0.0.1:4991\n"
-            "\nExit status: 0, 2 if packets were lost, 1 if something else went wrong, above 100 for wrong "
-            "arguments.");
+            "  hxr-vrt send --simulate --decimation 4 --to 127.0.0.1:4991\n");
         app.require_subcommand(1);
         SendArguments sent;
         CLI::App* const sending = app.add_subcommand("send", "lets units send, until Ctrl-C");
@@ -347,7 +345,7 @@ int main(int argc, char** argv) {
         receiving->add_flag("--little-endian", received.littleEndian, "samples have their low byte first");
         receiving->add_option("--time", received.seconds, "seconds")->check(tools::aboveZero());
         receiving->add_flag("--json", received.json, "in a form for programs");
-        CLI11_PARSE(app, argc, argv);
+        tools::parse(app, argc, argv);
         return *sending ? send(sent) : receive(received);
     });
 }

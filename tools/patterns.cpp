@@ -107,14 +107,14 @@ Pattern readAs(std::ifstream& file, double fullScale) {
     constexpr std::size_t step = 16;
     if (samples < step || samples > longestPattern || samples % step != 0 ||
         bytes % (2 * sizeof(Number)) != 0)
-        throw std::runtime_error("a pattern has 16 to 4096 samples, a multiple of 16; this file has " +
-                                 std::to_string(bytes) + " bytes or more");
+        throw UsageError("a pattern has 16 to 4096 samples, a multiple of 16; this file has " +
+                         std::to_string(bytes) + " bytes or more");
     Pattern pattern;
     for (std::size_t n = 0; n < samples; ++n)
         pattern.emplace_back(static_cast<double>(numbers[2 * n]) / fullScale,
                              static_cast<double>(numbers[2 * n + 1]) / fullScale);
     if (!std::ranges::all_of(pattern, [](const auto& sample) { return std::norm(sample) <= 2; }))
-        throw std::runtime_error("a pattern's samples lie between -1 and 1");
+        throw UsageError("a pattern's samples lie between -1 and 1");
     return pattern;
 }
 

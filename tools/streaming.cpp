@@ -72,6 +72,43 @@ Piece Stream::next(int samples) {
     return piece;
 }
 
+Statistics Stream::statistics() const {
+    constexpr int channelsPerUnit = 4;
+    Statistics all;
+    for (int unit = 0; unit < group_.channelCount() / channelsPerUnit; ++unit) {
+        HXRStreamStatistics& one = all.emplace_back();
+        one.size = sizeof one;
+        check("statistics", hxrGetStreamStatistics(group_, unit, &one));
+    }
+    return all;
+}
+
+std::uint64_t sumOf(const Statistics& statistics, std::uint64_t HXRStreamStatistics::*count) {
+    std::uint64_t sum = 0;
+    for (const HXRStreamStatistics& one : statistics) sum += one.*count;
+    return sum;
+}
+
+std::vector<std::pair<std::string, std::uint64_t>> namedCounts(const HXRStreamStatistics& statistics) {
+    std::vector<std::pair<std::string, std::uint64_t>> counts{
+        {"datagrams", statistics.datagrams},
+        {"contextPackets", statistics.contextPackets},
+        {"samples", statistics.samples},
+        {"duplicates", statistics.duplicates},
+        {"outOfOrder", statistics.outOfOrder},
+        {"samplesLost", statistics.samplesLost},
+        {"samplesDiscarded", statistics.samplesDiscarded},
+        {"overruns", statistics.overruns},
+        {"adcOverflows", statistics.adcOverflows},
+        {"ringPeak", statistics.ringPeak},
+        {"longestGapNs", statistics.longestGapNs}};
+    if (statistics.lastLossPosition != ~std::uint64_t{0}) {
+        counts.emplace_back("lastLossPosition", statistics.lastLossPosition);
+        counts.emplace_back("lastLossTime", statistics.lastLossTime);
+    }
+    return counts;
+}
+
 double Stream::levelFactor(std::size_t channel) const {
     float factor = 1;
     check("level", hxrStreamCorrection(group_, options_.channels.at(channel), &factor));

@@ -4,6 +4,7 @@
 #include <complex>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support.h"
@@ -24,6 +25,15 @@ void addStreamOptions(CLI::App& app, StreamOptions& options);
 /// Sets the channels of an idle group up, without yet initiating it.
 /// @throws std::runtime_error
 void setStream(const Group& group, const StreamOptions& options);
+
+/// What a stream has counted, by unit of the group.
+using Statistics = std::vector<HXRStreamStatistics>;
+
+/// The sum of a count over all units.
+std::uint64_t sumOf(const Statistics& statistics, std::uint64_t HXRStreamStatistics::*count);
+
+/// The counts of one unit by name, for people and for files.
+std::vector<std::pair<std::string, std::uint64_t>> namedCounts(const HXRStreamStatistics& statistics);
 
 /// What came with a piece of samples.
 struct Piece {
@@ -56,6 +66,9 @@ class Stream {
     double rate() const { return rate_; }
     /// Lowest first, each once.
     const std::vector<int>& channels() const { return options_.channels; }
+
+    /// @throws std::runtime_error
+    Statistics statistics() const;
 
     /// The factor that brings a channel's full-scale samples to their level, where 1.0 is 0 dBm.
     double levelFactor(std::size_t channel) const;

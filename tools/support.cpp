@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -24,7 +25,30 @@
 namespace tools {
 namespace {
 
-volatile std::sig_atomic_t interrupts = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
+std::atomic<int> interrupts = 0;
+std::atomic<bool> interruptSeen = false;  ///< the program knows that it is to end
+
+/// Ends the waits of a program that was asked to end and doesn't know it, then the program.
+void watchInterrupts() {
+    using namespace std::chrono_literals;
+    constexpr int groupHandle = 0;
+    const auto seenWithin = [](std::chrono::milliseconds time) {
+        const auto end = std::chrono::steady_clock::now() + time;
+        while (!interruptSeen && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(10ms);
+        return interruptSeen.load();
+    };
+    while (interrupts == 0) std::this_thread::sleep_for(20ms);
+    if (seenWithin(300ms)) return;
+    // Another thread, since an abort itself may wait for a unit that is lost.
+    std::thread([] {
+        while (hxrAbort(groupHandle) == hxrInvalidConfigurationErr && !interruptSeen)
+            std::this_thread::sleep_for(10ms);
+    }).detach();
+    if (seenWithin(500ms)) return;
+    std::fflush(nullptr);
+    _exit(somethingFailed);
+}
 
 /// What the user is told where the status alone doesn't help.
 std::string adviceFor(HXRStatus status) {
@@ -119,6 +143,7 @@ CLI::Validator aboveZero() {
 }
 
 void check(const std::string& what, HXRStatus status) {
+    if (status < 0 && interrupted()) throw std::runtime_error("interrupted");
     const std::string text = what + ": " + hxrGetErrorString(status) + adviceFor(status);
     if (status < 0) throw std::runtime_error(text);
     if (status > 0) std::fprintf(stderr, "%s\n", text.c_str());
@@ -152,9 +177,9 @@ TemporaryFile::TemporaryFile() : path_((std::filesystem::temp_directory_path() /
 
 TemporaryFile::~TemporaryFile() { unlink(path_.c_str()); }
 
-std::runtime_error noSuchChannel(const Group& group, int channel) {
-    return std::runtime_error("there are " + std::to_string(group.channelCount()) + " channels, no channel " +
-                              std::to_string(channel) + "; more units are given by --unit");
+UsageError noSuchChannel(const Group& group, int channel) {
+    return UsageError("there are " + std::to_string(group.channelCount()) + " channels, no channel " +
+                      std::to_string(channel) + "; more units are given by --unit");
 }
 
 Simulation::Simulation(Where& where) {
@@ -217,15 +242,28 @@ Group::Group(const Where& where) {
 
 void catchInterrupts() {
     struct sigaction action {};
-    action.sa_handler = [](int) { interrupts = interrupts + 1; };
+    action.sa_handler = [](int) { ++interrupts; };
     action.sa_flags = static_cast<int>(SA_RESETHAND);  // the second one ends it at once
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     action.sa_flags = 0;
     sigaction(SIGPIPE, &action, nullptr);  // who read along has gone
+    std::thread(watchInterrupts).detach();
 }
 
-bool interrupted() { return interrupts > 0; }
+bool interrupted() {
+    if (interrupts > 0) interruptSeen = true;
+    return interrupts > 0;
+}
+
+void parse(CLI::App& app, int argc, char** argv) {
+    app.footer(app.get_footer() + exitStatusHelp);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        throw EarlyExit{app.exit(error) == 0 ? allWell : wrongUsage};
+    }
+}
 
 void pause(double seconds) {
     using Clock = std::chrono::steady_clock;

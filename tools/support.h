@@ -19,8 +19,30 @@
 
 namespace tools {
 
-/// Exit statuses; wrong arguments have those of CLI11, above 100.
-inline constexpr int allWell = 0, somethingFailed = 1, samplesLost = 2;
+/// Exit statuses of all programs.
+inline constexpr int allWell = 0;
+inline constexpr int somethingFailed = 1;
+inline constexpr int wrongUsage = 2;      ///< wrong options or values
+inline constexpr int dataIncomplete = 3;  ///< samples or packets are missing from what was delivered
+
+/// What every program's help says of them.
+inline constexpr const char* exitStatusHelp =
+    "\nExit status:\n  0  all went well\n  1  something went wrong with a unit, a file or this computer\n"
+    "  2  wrong options or values\n  3  data are incomplete: samples or packets were lost\n";
+
+/// Wrong options or values.
+class UsageError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Reads the command line. Help, version and what is wrong with it are printed here.
+/// @throws EarlyExit behind these
+void parse(CLI::App& app, int argc, char** argv);
+
+/// Ends the program without a further word.
+struct EarlyExit {
+    int status;
+};
 
 /// Which units are meant.
 struct Where {
@@ -92,7 +114,7 @@ class Group {
 };
 
 /// That a group has no channel of this number.
-std::runtime_error noSuchChannel(const Group& group, int channel);
+UsageError noSuchChannel(const Group& group, int channel);
 
 /// Runs a program that lies beside this one, or else in the path, to its end.
 /// @throws std::runtime_error if it can't be run or fails
@@ -118,8 +140,11 @@ class TemporaryFile {
     std::string path_;
 };
 
-/// From now on the first Ctrl-C only asks the program to end, as does a reader of its output that goes away.
+/// From now on the first Ctrl-C only asks the program to end, as does a reader of its output that goes away. If the program
+/// is waiting for a unit and doesn't look for it in time, the wait is ended; if that doesn't help, the program is, a second
+/// behind the Ctrl-C at the latest. A second Ctrl-C ends it at once.
 void catchInterrupts();
+/// Whether the program was asked to end.
 bool interrupted();
 
 /// How far something has come, on one line of a terminal; nothing where standard error is none.
@@ -152,14 +177,22 @@ void keepRunning(const Group& group, double seconds, const std::function<void(do
 /// @return the program's exit status
 template <typename Body>
 int run(const char* program, Body&& body) noexcept {
+    const auto say = [program](const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", program, error.what());
+    };
     try {
         const int status = body();
         std::cout.flush();
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
             throw std::runtime_error("can't write to standard output");
         return status;
+    } catch (const EarlyExit& exit) {
+        return exit.status;
+    } catch (const UsageError& error) {
+        say(error);
+        return wrongUsage;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        say(error);
         return somethingFailed;
     }
 }

@@ -30,7 +30,9 @@ class ScriptedUnit {
         std::copy(page.begin(), page.end(), datagram.begin() + 20);
         control->replies.assign(1 + pagesOfAnAttach, datagram);
         control->replies.front() = StatusDatagram().bytes();
-        EXPECT_EQ(link->attach(link->claimControl(EndpointOwner::entry), "192.168.2.2", "192.168.2.10", controlPort), hxrNoError);
+        EXPECT_EQ(link->attach(link->claimControl(EndpointOwner::entry), "192.168.2.2", "192.168.2.10",
+                               controlPort),
+                  hxrNoError);
         control->sent.clear();
         device = std::make_unique<HXRDevice>(std::move(link), clock);
     }
