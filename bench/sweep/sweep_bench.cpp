@@ -36,13 +36,13 @@ constexpr std::uint16_t controlPort = 5000;
 constexpr double secondsPerTuning = 25e-6;
 constexpr double secondsPerBlock = 40.96e-6;
 
-struct Settings {
+struct SweepCase {
     const char* range;
     double start, stop, rbw, vbw;
 };
 
-constexpr Settings fullRange = {"100 kHz to 20 GHz", 100e3, 20e9, 100e3, 100e3};
-constexpr Settings sweeps[] = {
+constexpr SweepCase fullRange = {"100 kHz to 20 GHz", 100e3, 20e9, 100e3, 100e3};
+constexpr SweepCase sweeps[] = {
     {"100 kHz to 20 GHz", 100e3, 20e9, 1e6, 1e6}, {"100 kHz to 20 GHz", 100e3, 20e9, 1e6, 100},
     {"100 kHz to 20 GHz", 100e3, 20e9, 1e5, 1e5}, {"100 kHz to 20 GHz", 100e3, 20e9, 1e5, 100},
     {"100 kHz to 20 GHz", 100e3, 20e9, 1e4, 1e4}, {"100 kHz to 20 GHz", 100e3, 20e9, 1e4, 100},
@@ -82,7 +82,7 @@ class Bench {
     Bench& operator=(const Bench&) = delete;
 
     /// Takes settings over, with the shortest sweep time.
-    void set(const Settings& settings) const {
+    void set(const SweepCase& settings) const {
         check(hxrSetSweepCoupling(handle_, settings.rbw, settings.vbw, 1e-6));
         check(hxrSetSweepStartStop(handle_, settings.start, settings.stop));
     }
@@ -149,7 +149,7 @@ void printHeading() {
                 "alone", "silence");
 }
 
-void measure(const Bench& bench, const Settings& settings) {
+void measure(const Bench& bench, const SweepCase& settings) {
     constexpr double longEnough = 2.0;
     constexpr std::size_t fewest = 3;
     bench.set(settings);
@@ -228,7 +228,7 @@ int main(int count, char** arguments) {
         if (count > 1) {
             measure(bench, sweeps[std::min(std::size(sweeps) - 1, std::strtoul(arguments[1], nullptr, 10))]);
         } else {
-            for (const Settings& settings : sweeps) measure(bench, settings);
+            for (const SweepCase& settings : sweeps) measure(bench, settings);
             measureInitiate(bench);
             measureAllocations(bench);
         }

@@ -182,7 +182,7 @@ void adopt(HXRDevice& master, GroupTakeover& group, const Settings& used, Starte
 HXRStatus initiate(HXRDevice& device, InterfaceLock& lock) {
     GroupTakeover group(device);
     if (!group) return hxrInvalidConfigurationErr;
-    Settings settings = device;
+    Settings settings = static_cast<const Settings&>(device);
     for (const UnitAccess& unit : group.units()) useOverrides(*unit.device);
     Started started;
     HXRStatus result = hxrNoError;

@@ -140,7 +140,8 @@ class Transfer final : public UsbTransfer {
     static void LIBUSB_CALL noteBack(libusb_transfer* transfer) {
         auto* const made = static_cast<Submission*>(transfer->user_data);
         std::atomic_ref(made->completed).store(1, std::memory_order_release);
-        if (made->stage.exchange(Submission::Stage::back) == Submission::Stage::abandoned) delete made;
+        if (made->stage.exchange(Submission::Stage::back) == Submission::Stage::abandoned)
+            const std::unique_ptr<Submission> ownerless(made);
     }
 
     bool isBack() const { return submission_->stage.load() == Submission::Stage::back; }
