@@ -40,7 +40,7 @@ if(programs)
         COMMAND ${HELP2MAN} --no-info --no-discard-stderr --output=${page} --source=hxr_api
           "--name=$<TARGET_PROPERTY:${program},HXR_PURPOSE>"
           --help-option=$<IF:$<BOOL:$<TARGET_PROPERTY:${program},HXR_COMMANDS>>,--help-all,--help> $<TARGET_FILE:${program}>
-        COMMAND sed -i "/^\\.SH EXAMPLES/,$ { s/^\\.IP$/.IP\\n.nf/; s/^\\.PP$/.fi\\n.PP/ }" ${page}
+        COMMAND sed -i "/^\\.SH EXAMPLES/,$ { s/^\\.IP$/.IP\\n.nf/; s/^\\.PP$/.fi\\n.PP/; s/^\\.SS \"Exit status:\"$/.fi\\n.SH \"EXIT STATUS\"/ }" ${page}
         VERBATIM)
       list(APPEND pages ${page})
     endforeach()

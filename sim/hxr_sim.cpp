@@ -136,7 +136,8 @@ void addOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--with-parent", arguments.parent,
                    "number of the process that has started it, with which it ends, however that ends");
     app.set_version_flag("--version", HXR_SIM_VERSION);
-    app.footer(examples + hxr::sim::sceneFileForm());
+    app.footer(examples + hxr::sim::sceneFileForm() +
+               "\nExit status:\n  0  ended by a signal\n  1  it can't run\n  2  wrong options or values\n");
 }
 
 std::vector<std::uint8_t> readImage(const std::string& path) {

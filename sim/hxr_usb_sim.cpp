@@ -15,7 +15,9 @@
 int main(int argc, char** argv) try {
     CLI::App app("Runs a command that sees simulated HXR units on the USB of this machine.");
     app.set_version_flag("--version", HXR_SIM_VERSION);
-    app.footer("Example:\n  umockdev-wrapper hxr-usb-sim --serial 20000001 hxr-netconfig show 20000001");
+    app.footer(
+        "Example:\n  umockdev-wrapper hxr-usb-sim --serial 20000001 hxr-netconfig show 20000001\n"
+        "\nExit status:\n  that of the command; 2 for wrong options or values\n");
     app.prefix_command();
     std::vector<std::string> serials;
     bool blank = false;
