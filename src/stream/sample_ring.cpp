@@ -125,11 +125,27 @@ void SampleRing::setClock(std::uint64_t batchTime, std::int64_t batchStart) {
     timestamp_ = batchTime - static_cast<std::uint64_t>(static_cast<std::int64_t>(ahead));
 }
 
+/// Where a unit's samples are stored. All units go by the same time, so one that jumps ahead of all others by more than the
+/// ring holds has not lost samples: its clock was set. It goes on beside the foremost of them.
+std::int64_t SampleRing::placeOf(std::size_t unit, std::int64_t position) {
+    const std::int64_t place = position - clockStep_[unit];
+    std::int64_t foremost = -1;
+    for (std::size_t other = 0; other < layout_.unitCount; ++other) {
+        if (other != unit && layout_.streamsOn(other)) foremost = std::max(foremost, written_[other]);
+    }
+    if (foremost < 0 || place - std::max(foremost, written_[unit]) < capacity) return place;
+    const std::int64_t beside = std::max(foremost, written_[unit]);
+    clockStep_[unit] += place - beside;
+    return beside;
+}
+
 void SampleRing::push(std::size_t unit, const Blocks& blocks) {
     const auto samples = static_cast<std::int64_t>(blocks.frames * blocks.samplesPerFrame);
-    const std::int64_t start = blocks.position, end = start + samples;
+    std::int64_t start, end;
     {
         Lock lock(mutex_);
+        start = placeOf(unit, blocks.position);
+        end = start + samples;
         pulled_.wait(lock, [&] { return !pulling_ || end - readPosition_ < capacity; });
         if (start > written_[unit]) addGap(written_[unit], start);
         written_[unit] = start;

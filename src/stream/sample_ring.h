@@ -95,6 +95,7 @@ class SampleRing {
 
     std::int64_t endOfStored() const;
     std::int64_t stored(std::int64_t from, std::int64_t to) const;
+    std::int64_t placeOf(std::size_t unit, std::int64_t position);
     void addGap(std::int64_t begin, std::int64_t end);
     void skipGaps();
     void makeRoom(std::int64_t end);
@@ -113,8 +114,9 @@ class SampleRing {
 
     mutable std::mutex mutex_;  ///< guards all below; samples are copied without it
     std::condition_variable pushed_, pulled_;
-    std::array<std::int64_t, mostUnits> written_{};  ///< position behind the last sample stored, by unit
-    std::vector<Gap> gaps_;                          ///< apart from each other, oldest first
+    std::array<std::int64_t, mostUnits> written_{};    ///< position behind the last sample stored, by unit
+    std::array<std::int64_t, mostUnits> clockStep_{};  ///< taken off the positions of each unit
+    std::vector<Gap> gaps_;                            ///< apart from each other, oldest first
     std::int64_t readPosition_ = 0;
     bool pulling_ = false;          ///< samples are being copied from `readPosition_` on
     std::uint64_t timestamp_ = 0;   ///< nanoseconds, of the sample at `readPosition_`

@@ -107,6 +107,12 @@ class UnitStream {
     /// Brings samples until it is told to stop, or until the link is lost.
     void run(const std::atomic<bool>& running) {
         if (channels_ == 0) return;
+        if (link_.lastStatus() != hxrNoError) {
+            // The unit was not told to start.
+            loseLink();
+            ring_.end();
+            return;
+        }
         data_.discardArrived();  // what an earlier stream has left
         for (int slot = 0; slot < requestsUnderWay; ++slot) request(slot);
         int slot = 0;

@@ -282,27 +282,37 @@ TEST(SampleRing, WhatOneUnitHasLostAllHaveLost) {
 TEST(SampleRing, GapLongerThanTheRingDiscardsOnlyWhatIsStored) {
     constexpr std::int64_t longer = SampleRing::capacity / 2048 + 100;
     for (const bool stored : {false, true}) {
-        const StreamLayout layout(streaming({0, 4}, 2));
+        const StreamLayout layout(streaming({0}, 1));
         SampleRing ring(layout, false, nsPerSample);
-        Unit first(ring, layout, 0), second(ring, layout, 1);
+        Unit unit(ring, layout, 0);
         Reader reader(ring, layout);
-        first.push(10);
-        second.push(10);
+        unit.push(10);
         if (!stored) {
             EXPECT_EQ(reader.framesLeft().size(), 10U);
         }
-        first.lose(longer);
-        first.push(2);
+        unit.lose(longer);
+        unit.push(2);
         EXPECT_EQ(ring.takeOverflow(), stored);
         EXPECT_EQ(ring.counts().overruns, stored ? 1U : 0U);
         EXPECT_EQ(ring.counts().discarded, stored ? 10U * 2048 : 0U);
         EXPECT_EQ(ring.counts().lastOverrun, stored ? 0 : -1);
         EXPECT_EQ(ring.counts().peak, 10U * 2048);
-        EXPECT_EQ(ring.available(), 0);
-        for (std::int64_t frame = 10; frame < longer + 12; frame += 64)
-            second.push(static_cast<std::size_t>(std::min<std::int64_t>(64, longer + 12 - frame)));
         EXPECT_EQ(reader.framesLeft(), (std::vector<std::int64_t>{longer + 10, longer + 11}));
     }
+}
+
+TEST(SampleRing, UnitWhoseClockIsSetGoesOnBesideItsGroup) {
+    const StreamLayout layout(streaming({0, 4}, 2));
+    SampleRing ring(layout, false, nsPerSample);
+    Unit first(ring, layout, 0), second(ring, layout, 1);
+    first.push(10);
+    second.push(8);
+    EXPECT_EQ(ring.available(), 8 * 2048);
+    second.lose(SampleRing::capacity / 2048 + 100);  // by its time stamps
+    second.push(5);
+    first.push(5);
+    EXPECT_FALSE(ring.takeOverflow());
+    EXPECT_EQ(ring.available(), 13 * 2048);  // two frames are lost
 }
 
 TEST(SampleRing, UnitsStayAlignedThroughPurgesAndOverrunsTwoThreads) {

@@ -274,10 +274,11 @@ TEST_F(Stream, WhatAUnitHasLostIsMissingOnAllChannelsOfItsGroup) {
                               ReplyFault::lose());
         };
     };
-    const Loss losses[] = {
-        {"1 by the unit", byTheUnit(1)},       {"7 by the unit", byTheUnit(7)},
-        {"4096 by the unit", byTheUnit(4096)}, {"more than the ring holds", byTheUnit(9000)},
-        {"1 on the wire", onTheWire(1)},       {"7 on the wire", onTheWire(7)}};
+    const Loss losses[] = {{"1 by the unit", byTheUnit(1)},
+                           {"7 by the unit", byTheUnit(7)},
+                           {"4096 by the unit", byTheUnit(4096)},
+                           {"1 on the wire", onTheWire(1)},
+                           {"7 on the wire", onTheWire(7)}};
     for (const int decimation : {1, 8}) {
         for (const Loss& loss : losses) {
             SCOPED_TRACE(std::string(loss.what) + ", decimation " + std::to_string(decimation));
@@ -311,6 +312,34 @@ TEST_F(Stream, WhatAUnitHasLostIsMissingOnAllChannelsOfItsGroup) {
             }
         }
     }
+}
+
+TEST_F(Stream, UnitThatLostMoreThanTheRingHoldsIsInStepWithItsGroup) {
+    sim::UnitOptions options;
+    options.streamsInRealTime = true;
+    options.streamPace = 0.1;
+    options.streamBufferTurns = 1'000'000;
+    connectGroup(2, options);
+    initiate({0, 4});
+    Received received = receive(50'000);
+    ASSERT_EQ(received.status, hxrNoError);
+    const std::uint64_t start = received.time;
+    // Not all at once: a unit that is silent for two seconds counts as lost.
+    for (int part = 0; part < 6; ++part) {
+        units[1]->loseStreamTurns(SampleRing::capacity / 2048 / 6 + 100);
+        received = receive(300'000);
+    }
+    HXRStreamStatistics statistics{};
+    do {
+        received = receive(300'000);
+        EXPECT_EQ(received.status, hxrDDRBufferOverflow);
+        statistics.size = sizeof statistics;
+        ASSERT_EQ(hxrGetStreamStatistics(handle, 1, &statistics), hxrNoError);
+    } while (statistics.samplesLost < static_cast<std::uint64_t>(SampleRing::capacity) ||
+             (received.time - start) / 20 < statistics.lastLossPosition + 1'000'000);
+    const std::int64_t first = firstPosition();
+    ASSERT_NE(first, -1);
+    EXPECT_EQ((received.time - start) / 20 % counterLength, static_cast<std::uint64_t>(first));
 }
 
 TEST_F(Stream, DuplicatesAndSwapsLeaveEverySampleInItsPlace) {
