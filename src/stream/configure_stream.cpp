@@ -6,13 +6,13 @@
 namespace hxr {
 namespace {
 
-/// What a unit's date and time are to be set to: the time of its GPS fix, good or bad, if that has never been sent.
-std::optional<GpsFix> timeSeedFor(const UnitAccess& unit) {
+/// The status whose GPS fix a unit's date and time are to be set to, good or bad, if that has never been sent.
+std::optional<StatusRecord> timeSeedFor(const UnitAccess& unit) {
     DeviceInterface& link = *unit.device->link;
     StatusRecord record;
     if (link.timeSeeded() || !link.readStatus(unit.control, &record) || !record.magicIsRight())
         return std::nullopt;
-    return fixOf(record);
+    return record;
 }
 
 std::vector<UnitToPlan> unitsToPlan(std::span<const UnitAccess> group) {

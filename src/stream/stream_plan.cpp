@@ -109,7 +109,7 @@ class UnitPlanner {
     CommandList& list() { return lists_.config; }
 
     void appendRateChain() {
-        if (unit_.timeSeed) appendTimeOf(*unit_.timeSeed, list());
+        if (unit_.timeSeed) appendTimeOf(fixOf(*unit_.timeSeed), list());
         lists_.seedsTime = unit_.timeSeed.has_value();
         list().append(words::inputSelect(0));
         list().append(words::chainDelay(settings_.hardwareDecimation));

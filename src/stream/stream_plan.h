@@ -9,7 +9,7 @@
 #include "cal/correction_state.h"
 #include "device/settings.h"
 #include "link/command_list.h"
-#include "link/gps_fix.h"
+#include "link/status_record.h"
 #include "rf/lo_context.h"
 #include "stream/filter_design.h"
 
@@ -26,8 +26,8 @@ struct StreamLists {
 struct UnitToPlan {
     LoContext& synthesizers;  ///< as the list leaves them
     const CorrectionState& corrections;
-    std::uint16_t port;              ///< of this host, for its samples
-    std::optional<GpsFix> timeSeed;  ///< what its date and time registers are set to
+    std::uint16_t port;                    ///< of this host, for its samples
+    std::optional<StatusRecord> timeSeed;  ///< whose GPS fix the date and time registers are set to
 };
 
 /// Plans the stream of a group, for each of its units in order. Limits `hardwareBandwidth` and `outputBandwidth` to what

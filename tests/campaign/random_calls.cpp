@@ -9,14 +9,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <random>
-#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -24,6 +22,7 @@
 
 #include "netconfig/config_net_table.h"
 #include "support/installation.h"
+#include "support/signatures.h"
 
 namespace {
 
@@ -319,11 +318,8 @@ const std::map<std::string, Call>& calls() {
 /// The entries of the header that no call is made of.
 std::set<std::string> forgotten() {
     std::set<std::string> names;
-    std::ifstream signatures(HXR_SIGNATURES);
-    const std::regex name(R"((hxr\w+)\()");
-    std::smatch match;
-    for (std::string line; std::getline(signatures, line);) {
-        if (std::regex_search(line, match, name) && !calls().contains(match[1])) names.insert(match[1]);
+    for (const std::string& name : hxr::test::exportedEntries(HXR_SIGNATURES)) {
+        if (!calls().contains(name)) names.insert(name);
     }
     return names;
 }

@@ -68,7 +68,7 @@ inline std::vector<StreamLists> planStream(HXRDevice& master) {
         StatusRecord record;
         const bool seeds = !unit->link->timeSeeded() && unit->link->readStatus(controlOf(*unit), &record);
         units.push_back({unit->loContext, *unit->corrections, unit->streamPort,
-                         seeds ? std::optional(fixOf(record)) : std::nullopt});
+                         seeds ? std::optional(record) : std::nullopt});
         if (seeds) unit->link->noteTimeSeedSent();
     }
     return planStream(static_cast<Settings&>(master), units);
